@@ -1,0 +1,82 @@
+#pragma once
+// A simulated unit: a folder with one SQLite file in it that holds all of its state. The service
+// (through the simulator's side of platform/), the gateway program and the tests all work on that
+// file, each in its own process and from any thread.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace gateway {
+
+/// One row of the journal: what happened on the unit, in order.
+struct JournalRow {
+  std::int64_t id;
+  std::string kind; ///< "request", "command", "write", "remove", "signal", "reboot", "log", ...
+  std::string text;
+  bool operator==(const JournalRow&) const = default;
+};
+
+class Database;
+
+class Unit {
+public:
+  /// A unit in factory state that lives in memory, for tests. A reboot only writes the journal.
+  static std::unique_ptr<Unit> inMemory();
+  /// The unit kept in `folder`; created there in factory state when there is none. Throws
+  /// std::runtime_error when that can't be done.
+  static std::unique_ptr<Unit> open(const std::filesystem::path& folder);
+
+  ~Unit();
+  Unit(const Unit&) = delete;
+  Unit& operator=(const Unit&) = delete;
+
+  /// The unit's state.
+  Database& database();
+
+  // Store tables, past all roles and transactions. `row` counts data rows from 0.
+
+  /// Text of a cell; nothing when there is no such table, row or column.
+  std::optional<std::string> cell(std::string_view table, int row, std::string_view column);
+  /// Sets a cell, adding rows up to `row`. Throws std::runtime_error for an unknown table or column.
+  void setCell(std::string_view table, int row, std::string_view column, std::string_view value);
+  /// Removes every row of a store table.
+  void clearTable(std::string_view table);
+  /// Names of a table's columns in the order of their positions; empty when there is no such table.
+  std::vector<std::string> columns(std::string_view table);
+
+  // Faults: named rows that make one thing fail until they are switched off.
+
+  void setFault(std::string_view name, bool on);
+  bool hasFault(std::string_view name);
+
+  // Journal.
+
+  void record(std::string_view kind, std::string_view text);
+  /// Rows after `afterId`, oldest first; of one kind only, unless `kind` is empty.
+  std::vector<JournalRow> journal(std::int64_t afterId = 0, std::string_view kind = {});
+
+  /// The file or folder that stands for an absolute path of the gateway's file system ("/NVRM/...").
+  std::filesystem::path gatewayPath(std::string_view path) const;
+
+  /// What a reboot of the unit does to this process, after it has been journalled.
+  std::function<void()> onReboot;
+
+private:
+  struct State;
+  explicit Unit(std::unique_ptr<State> state);
+  std::unique_ptr<State> m_state;
+};
+
+/// The unit that this process works on: the one installed with useUnit(), else the one in the folder
+/// that the environment variable GATEWAY_UNIT names. Ends the process with a message when there is none.
+Unit& theUnit();
+/// Makes `unit` the process's unit and returns the previous one.
+std::unique_ptr<Unit> useUnit(std::unique_ptr<Unit> unit);
+
+} // namespace gateway

@@ -1,0 +1,5 @@
+#include "userapps/FTM/FTM_Task.h"
+
+int main() {
+  FTM_Main();
+}
