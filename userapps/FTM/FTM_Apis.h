@@ -2,8 +2,30 @@
 // Device operations: configuration store, flash management. Operations that return int return 0, or
 // -1 on failure. TFTP server task only, unless said otherwise.
 
+#include <cstdint>
+
 #include "platform/cfg_api.h"
 #include "userapps/FTM/ConfigRecord.h"
+
+// Active tests.
+
+/// One bit for each test; the same masks in `usWd` on hosts of either byte order.
+struct ST_FTM_TST_FLAGS {
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  std::uint16_t bLedTst : 1, bRstSwTst : 1, bThrPutTst : 1, bMulHybTst : 1, bAutoPrTst : 1, bWirelessTst : 1,
+      bVoiceTst : 1, bSpare : 1, bSpare1 : 8;
+#else
+  std::uint16_t bSpare1 : 8, bSpare : 1, bVoiceTst : 1, bWirelessTst : 1, bAutoPrTst : 1, bMulHybTst : 1,
+      bThrPutTst : 1, bRstSwTst : 1, bLedTst : 1;
+#endif
+};
+
+union U_FTM_TST_FLAGS {
+  std::uint16_t usWd;
+  ST_FTM_TST_FLAGS stbF;
+};
+
+extern U_FTM_TST_FLAGS unFtmState;
 
 // Configuration store.
 
@@ -35,3 +57,13 @@ const char* FTM_GetSoftwareVersion();
 int FTM_GetBootMode(char* pcBtMode);
 /// Sets the boot delay from decimal text.
 int FTM_PutBootMode(const char* pcBtMode);
+
+// LEDs, relays and buttons.
+
+constexpr unsigned int allLedsPoint = 100;   ///< for ledTest(): all LEDs at once
+constexpr unsigned int leaveTestSetting = 99; ///< for ledTest(): the driver leaves factory test mode
+
+/// Writes a GPIO point after putting the driver into factory test mode, or takes it out of that mode.
+int ledTest(unsigned int iLed, unsigned int iSetting);
+/// Value of a GPIO point, or -1.
+int getLedState(unsigned int led);

@@ -18,3 +18,13 @@ int XMLS_GetModemInfoCM(ST_XML_ELEMENT* pXmlInfo);
 int mac_addrSep(char* macAddr, const char* ansiiHex);
 
 extern char caE_164Strng[80]; ///< the last E.164 number written
+
+// Test configuration file.
+
+extern ST_XML_ELEMENT* pstTestModeCfgElmt; ///< tree of the file, null until it is first used
+
+/// Builds the tree from its template. The caller owns it.
+ST_XML_ELEMENT* CreateTestModeCfgXml();
+/// Element at a path of up to three tags below `pXmlTop`; a null tag ends the path early. Null, with
+/// "Xml File InValid" in the error record, when there is none.
+ST_XML_ELEMENT* GetElmtPtr(ST_XML_ELEMENT* pXmlTop, const char* pcL1, const char* pcL2, const char* pcL3);
