@@ -4,7 +4,4 @@
 
 constexpr const char* adslDevicePrefix = "/dev/bcmadsl"; // followed by the unit number
 
-enum EAdslRequest : unsigned long {
-  ADSLIOCTL_CONNECTION_START = 0xC004D003,
-  ADSLIOCTL_CONNECTION_STOP = 0x4004D004
-};
+enum EAdslRequest : unsigned long { ADSLIOCTL_CONNECTION_START = 0xC004D003, ADSLIOCTL_CONNECTION_STOP = 0x4004D004 };

@@ -3,6 +3,6 @@
 // record's data field points to an int that receives the answer.
 
 enum EEthernetRequest : unsigned long {
-  SIOCGLINKSTATE = 0x89F1,   ///< link state, 0 when the link is down
-  SIOCCURRENTSPEED = 0x8A01  ///< speed in bit/s
+  SIOCGLINKSTATE = 0x89F1,  ///< link state, 0 when the link is down
+  SIOCCURRENTSPEED = 0x8A01 ///< speed in bit/s
 };

@@ -7,10 +7,10 @@ constexpr const char* gpioDevice = "/dev/gpioctrl";
 
 /// Request codes are plain numbers, without size or direction bits.
 enum EGpioRequest : unsigned long {
-  GPIOCTRL_READIO = 4,   ///< led_gpio_readwrite: point in, data out
-  GPIOCTRL_WRITEIO = 5,  ///< led_gpio_readwrite: point and data in
-  GPIOCTRL_ENTERFTM = 6, ///< led_gpio_readwrite: the driver leaves the LEDs to the test station
-  GPIOCTRL_EXITFTM = 7,  ///< led_gpio_readwrite: the driver drives the LEDs by itself again
+  GPIOCTRL_READIO = 4,       ///< led_gpio_readwrite: point in, data out
+  GPIOCTRL_WRITEIO = 5,      ///< led_gpio_readwrite: point and data in
+  GPIOCTRL_ENTERFTM = 6,     ///< led_gpio_readwrite: the driver leaves the LEDs to the test station
+  GPIOCTRL_EXITFTM = 7,      ///< led_gpio_readwrite: the driver drives the LEDs by itself again
   GPIOCTRL_ALLLEDS_OFF = 11, ///< no argument
   GPIOCTRL_ALLLEDS_ON = 12   ///< no argument
 };

@@ -60,7 +60,7 @@ int FTM_PutBootMode(const char* pcBtMode);
 
 // LEDs, relays and buttons.
 
-constexpr unsigned int allLedsPoint = 100;   ///< for ledTest(): all LEDs at once
+constexpr unsigned int allLedsPoint = 100;    ///< for ledTest(): all LEDs at once
 constexpr unsigned int leaveTestSetting = 99; ///< for ledTest(): the driver leaves factory test mode
 
 /// Writes a GPIO point after putting the driver into factory test mode, or takes it out of that mode.

@@ -12,9 +12,9 @@
 #include "platform/mgmtutil.h"
 
 constexpr std::size_t maxClients = 100;
-constexpr std::uint32_t clientLifetime = 120;     // seconds
-constexpr std::uint16_t inactivityLimit = 600;    // seconds
-constexpr std::size_t maxDatagram = 516;          // a TFTP header and a full block
+constexpr std::uint32_t clientLifetime = 120;  // seconds
+constexpr std::uint16_t inactivityLimit = 600; // seconds
+constexpr std::size_t maxDatagram = 516;       // a TFTP header and a full block
 constexpr std::size_t queuedDatagramSize = 700;
 
 /// One queued datagram.
@@ -24,9 +24,9 @@ struct ST_FTM_TFTP_PACKET {
   ST_FTM_TFTP_PACKET* pstTFTPPacket; ///< the next one, null at the tail
 };
 
-extern int servSock;                                 ///< the UDP socket
-extern std::atomic<stMgmtUtilClientInfo*> pClient;   ///< slot of the sender of the newest datagram
-extern void* pvSession;                              ///< store session of the shutdown handshake
+extern int servSock;                               ///< the UDP socket
+extern std::atomic<stMgmtUtilClientInfo*> pClient; ///< slot of the sender of the newest datagram
+extern void* pvSession;                            ///< store session of the shutdown handshake
 extern bool bNESDShutdownCalled;
 extern bool bNESDShutdownComplete;
 extern pthread_t g_timeout_thread_id;
@@ -36,10 +36,10 @@ extern int iNeedByteswap;
 extern int hLogServer;
 
 extern stMgmtUtilClientInfo g_CurrentConnections[maxClients];
-extern pthread_mutex_t g_connections_mutex;               ///< guards g_CurrentConnections
-extern std::atomic<ST_FTM_TFTP_PACKET*> pstTFTPPacket;    ///< head of the receive queue
-extern pthread_mutex_t g_rxbuf_mutex;                     ///< guards the receive queue
-extern std::atomic<std::uint16_t> usAcivityTmr;           ///< seconds without a consumed datagram
+extern pthread_mutex_t g_connections_mutex;            ///< guards g_CurrentConnections
+extern std::atomic<ST_FTM_TFTP_PACKET*> pstTFTPPacket; ///< head of the receive queue
+extern pthread_mutex_t g_rxbuf_mutex;                  ///< guards the receive queue
+extern std::atomic<std::uint16_t> usAcivityTmr;        ///< seconds without a consumed datagram
 
 // Start-up.
 

@@ -21,8 +21,8 @@ struct ST_XML_ELEMENT {
 
 /// Makes an element from the parts of its text. `attributes` and `elements` may be null; `elements`
 /// is parsed in place. Never null.
-ST_XML_ELEMENT* create_sub_xml_element(const char* tag, int hasbody, int attrbrk, const char* attributes, char* elements,
-                                       const char* textbody);
+ST_XML_ELEMENT* create_sub_xml_element(const char* tag, int hasbody, int attrbrk, const char* attributes,
+                                       char* elements, const char* textbody);
 /// Parses a document in place: a root "top" with the document's elements below it. Never null; the
 /// caller frees the tree with destroy_xml_object().
 ST_XML_ELEMENT* create_xml_object(char* szXmlData);
@@ -84,8 +84,8 @@ int replace_string(char** srcstr, const char* oldstr, const char* newstr);
 /// Appends the text of an element and its subtree to `pBuffer`, which holds a NUL-terminated text of
 /// `*pBytesWritten` characters. Returns 0, -1 when the count ends above `ulBufferSize`, -2 when
 /// `pBytesWritten` is null. A piece that does not fit is left out and not counted.
-int DumpToXML(const ST_XML_ELEMENT* pXmlElement, char* pBuffer, unsigned long ulBufferSize, unsigned long* pBytesWritten,
-              int bReadable, int bPrint, int iLevel);
+int DumpToXML(const ST_XML_ELEMENT* pXmlElement, char* pBuffer, unsigned long ulBufferSize,
+              unsigned long* pBytesWritten, int bReadable, int bPrint, int iLevel);
 /// Appends one piece if it fits, and echoes it to standard output when `bPrint` is set.
 void XML_LineDump(const char* pLineText, char* pBuffer, unsigned long ulBufferSize, int bPrint,
                   unsigned long* ulBytesWritten);
