@@ -1,10 +1,11 @@
 #pragma once
-// Device operations: configuration store, flash management. Operations that return int return 0, or
+// Device operations: configuration store, flash management, LEDs, DSL line. Operations that return int return 0, or
 // -1 on failure. TFTP server task only, unless said otherwise.
 
 #include <cstdint>
 
 #include "platform/cfg_api.h"
+#include "platform/gpioctrl.h"
 #include "userapps/FTM/ConfigRecord.h"
 
 // Active tests.
@@ -24,6 +25,15 @@ union U_FTM_TST_FLAGS {
   std::uint16_t usWd;
   ST_FTM_TST_FLAGS stbF;
 };
+
+/// The same bits as masks of `usWd`.
+constexpr std::uint16_t ledTestMask = 0x8000;
+constexpr std::uint16_t resetSwitchTestMask = 0x4000;
+constexpr std::uint16_t throughputTestMask = 0x2000;
+constexpr std::uint16_t multiHybridTestMask = 0x1000;
+constexpr std::uint16_t autoPairTestMask = 0x0800;
+constexpr std::uint16_t wirelessTestMask = 0x0400;
+constexpr std::uint16_t voiceTestMask = 0x0200;
 
 extern U_FTM_TST_FLAGS unFtmState;
 
@@ -63,7 +73,73 @@ int FTM_PutBootMode(const char* pcBtMode);
 constexpr unsigned int allLedsPoint = 100;    ///< for ledTest(): all LEDs at once
 constexpr unsigned int leaveTestSetting = 99; ///< for ledTest(): the driver leaves factory test mode
 
+/// An LED of the test configuration file and the GPIO point behind it.
+struct ST_FTM_LED {
+  const char* pszName;
+  eUserIOPoint ePoint;
+};
+
+/// Every LED whose state the file shows, in the order in which a read refreshes them.
+inline constexpr ST_FTM_LED stFtmLeds[] = {
+    {"SESSION_LED", ePowerGrnLed}, {"READY_GREEN_LED", eDSLGrnLed},
+    {"READY_RED_LED", eDSLRedLed}, {"USB_LED", eUSBGrnLed},
+    {"WPS_LED", eECLed},           {"ETHER_LED", eEth0GrnLed},
+};
+
+/// Reports a failed device request: to the system log at error priority, and as a line on standard output.
+void FTM_ReportDevice(const char* pszMessage);
+
 /// Writes a GPIO point after putting the driver into factory test mode, or takes it out of that mode.
 int ledTest(unsigned int iLed, unsigned int iSetting);
 /// Value of a GPIO point, or -1.
 int getLedState(unsigned int led);
+/// Raw value of a push button, or -1.
+int getResetButtonBsp();
+int getWpsButtonBsp();
+/// Writes row 0 of a column of "LedTable" in the caller's session and transaction.
+int ledTestCM(void* pvSession, const char* pszColName, const char* pszValue);
+/// This gateway has no MoCA LED: -1.
+int FtmMocaAction_LED(const char* pcState, const char* pcaz);
+int MocaLedSetCtl(unsigned int iMocaLedSet, unsigned int uiState1, unsigned int uiState2);
+
+// DSL line and ATM circuit.
+
+enum dslStateEnum { DSL_STATE_DOWN = 0, DSL_STATE_UP = 1, DSL_RELOAD_REQ = 2, DSL_TRAIN = 3 };
+
+/// Bytes of a circuit text ("1.VPI.VCI") with its NUL.
+constexpr int circuitTextSize = 64;
+
+extern char aucB[20];  ///< last answer of the attenuation queries
+extern char aucB1[10]; ///< last answer of the virtual-channel queries
+extern int iVcChanNum;
+
+/// Stops and restarts the DSL connection.
+int FTM_DSL_Resync();
+/// Moves the data circuit. Both texts go to the init scripts as they stand; when they are too long
+/// for a command, nothing is run and the result is -1 with the error record set.
+int ftm_ChangeVpiVci(const char* pszVpi, const char* pszVci);
+/// Text of the data circuit, written into `pcVpiVci` (circuitTextSize bytes); null when there is none,
+/// when the store can't be read, or when the text does not fit.
+char* FTM_GetCurrentVpiVci(char* pcVpiVci);
+/// DSL pair selected (GPIO point eDSLPair, -1 when unreadable), and mode: 1 while no test is active, else 0.
+/// Returns 0.
+int TRANCVR_FtmApStats(int* pPair, int* pMode);
+
+// Fixed placeholders of this gateway's transceiver. Texts live in shared buffers that the next call overwrites.
+
+char* XCVR_ATTEN_Downstream();
+char* XCVR_ATTEN_Upstream();
+int TRANCVR_FtmApEnable(int value);
+int TRANCVR_FtmApSetInner();
+int TRANCVR_FtmApSetOuter();
+void TRANCVRForceDSLRetrain();
+dslStateEnum TRANCVR_FtmDslState();
+int sysToMonitor(int startType);
+/// 1: the WAN side is always ready for data.
+int WANM_FTMReadyForData();
+int WANM_FTMSetVCIVPI();
+/// Number of the one virtual channel.
+char* McfgAtmVC();
+/// "Test" until McfgAtmVC() has run, then its answer.
+char* McfgAtmVPI(int iVcChannel);
+char* McfgAtmVCI(int iVcChannel);

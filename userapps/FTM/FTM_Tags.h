@@ -19,6 +19,42 @@ int mac_addrSep(char* macAddr, const char* ansiiHex);
 
 extern char caE_164Strng[80]; ///< the last E.164 number written
 
+// Test-mode operation file.
+
+extern int bResetSwTest;                  ///< 1 while the reset-switch test runs
+extern ST_XML_ELEMENT* pstTestModeOpElmt; ///< tree of the last read of the file
+
+/// Builds the file into pOFileTMO and ulOutSizeTMO; the parameters are not used.
+int TFTP_processGetTestModeOp(char** ppOutFile, unsigned long* pOutSize);
+/// Carries out the one command of a received text. Returns 0, 1 for an ENTER_TEST that failed, or -1.
+int TFTP_processPutTestModeOp(char* pszXmlData);
+/// The commands of the file; each takes the document's root. -1 hands the document on to the next one.
+int ProcessENTER_TEST(ST_XML_ELEMENT* pstXmlElmt);
+int ProcessEXIT_TEST(ST_XML_ELEMENT* pstXmlElmt);
+int ProcessSysCmd(ST_XML_ELEMENT* pstXmlElmt);
+/// Ends all tests and frees the texts of all test-mode files, for an orderly exit.
+void FTM_ExitCleanUp();
+int getFtmResetSwTest();
+
+// Actions of the tests and commands. Most are hooks without a task on this gateway.
+
+void FtmActionLedTst();
+void FtmActionExitLedTst();
+void FtmActionRsSwTst();
+void FtmActionExitRsSwTst();
+int FtmActionThrPutTst(ST_XML_ELEMENT* pXml);
+void FtmActionExitThrPutTst();
+void FtmActionMultiHybridTst();
+void FtmActionExitMultiHybridTst();
+void FtmActionAutoPairTst();
+void FtmActionExitAutoPairTst();
+void FtmActionTPutREADY();
+void FtmActionTPutNOT_READY();
+void FtmActionReSync();
+void FtmActionReboot();
+void FtmActionRbSaveBoot();
+void FtmActionVpiVciSys(int bHaveVpiVci, unsigned short usVPInum, unsigned short usVCInum);
+
 // Test configuration file.
 
 extern ST_XML_ELEMENT* pstTestModeCfgElmt; ///< tree of the file, null until it is first used
@@ -28,3 +64,27 @@ ST_XML_ELEMENT* CreateTestModeCfgXml();
 /// Element at a path of up to three tags below `pXmlTop`; a null tag ends the path early. Null, with
 /// "Xml File InValid" in the error record, when there is none.
 ST_XML_ELEMENT* GetElmtPtr(ST_XML_ELEMENT* pXmlTop, const char* pcL1, const char* pcL2, const char* pcL3);
+/// The file's tree, built on first use.
+inline ST_XML_ELEMENT* TestModeCfgTree() {
+  if (pstTestModeCfgElmt == nullptr)
+    pstTestModeCfgElmt = CreateTestModeCfgXml();
+  return pstTestModeCfgElmt;
+}
+
+// LEDs and buttons as the test configuration file shows them. Results are 0, or -1 when the tree lacks the element.
+
+/// Reads every LED and both buttons from the driver into the tree. An unreadable one shows as on or closed.
+void FtmUpdLedsAndButtons();
+int FtmUpdRsSw();
+int FtmUpdWpsSw();
+/// Shows an LED as "ON" or, for state 0, as "OFF". Touches no hardware.
+int FtmAction_LED(int iState, const char* pcaz);
+int FtmActionSESSION_LED(int iState);
+int FtmActionREADY_GREEN_LED(int iState);
+int FtmActionREADY_RED_LED(int iState);
+int FtmActionETHER_LED(int iState);
+int FtmActionUSB_LED(int iState);
+int FtmActionWPS_LED(int iState);
+int FtmActionLED_ALL(int iState);
+/// Shows a text for all LEDs.
+int FtmActionLED_Blink(const char* pcText);
