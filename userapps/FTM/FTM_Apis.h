@@ -2,6 +2,7 @@
 // Device operations: configuration store, flash management, LEDs, DSL line. Operations that return int return 0, or
 // -1 on failure. TFTP server task only, unless said otherwise.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/cfg_api.h"
@@ -107,7 +108,7 @@ int MocaLedSetCtl(unsigned int iMocaLedSet, unsigned int uiState1, unsigned int 
 enum dslStateEnum { DSL_STATE_DOWN = 0, DSL_STATE_UP = 1, DSL_RELOAD_REQ = 2, DSL_TRAIN = 3 };
 
 /// Bytes of a circuit text ("1.VPI.VCI") with its NUL.
-constexpr int circuitTextSize = 64;
+constexpr std::size_t circuitTextSize = 64;
 
 extern char aucB[20];  ///< last answer of the attenuation queries
 extern char aucB1[10]; ///< last answer of the virtual-channel queries
