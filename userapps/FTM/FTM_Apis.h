@@ -144,3 +144,9 @@ char* McfgAtmVC();
 /// "Test" until McfgAtmVC() has run, then its answer.
 char* McfgAtmVPI(int iVcChannel);
 char* McfgAtmVCI(int iVcChannel);
+
+// USB storage.
+
+/// Shows the first device of the kernel's SCSI listing in the test configuration tree. Returns 0, or -1 when there is
+/// no such listing.
+int FtmUpdateUSB();

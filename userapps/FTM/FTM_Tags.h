@@ -76,6 +76,66 @@ inline ST_XML_ELEMENT* TestModeCfgTree() {
   return pstTestModeCfgElmt;
 }
 
+/// Refreshes the tree from the unit and serialises it. Returns pOFileTMC, or null.
+char* TFTP_processGetTestModeCfg();
+/// Runs the parser of each section of a received text, up to the first that fails. Returns the last parser's result, or
+/// -1.
+int TFTP_processPutTestModeCfg(char* pszXmlData);
+
+// Refreshes of the tree for a read. Results are 0, or -1 when the tree lacks the element.
+
+int FtmUpdateThrPut();
+/// The file has no such element: -1, with "Xml File InValid" left in the error record.
+int FtmUpdateMultiHybrid();
+int FtmUpdateAutoPair();
+
+// Tests that are set by two attributes, given by the addresses of their names and values; any of these may be null, or
+// point to null, for an attribute that was not written.
+
+/// Keeps the attributes in "SINGLE_LED" and drives the point. Returns 0, or -1 when the tree lacks the element.
+int FtmSingleLedTest(char** ppAtbName0, char** ppAtbName1, char** ppAtbVal0, char** ppAtbVal1);
+/// Keeps the attributes in "THROUGHPUT" and moves the circuit, with the result of that in `*piretval`. Returns 0 (also
+/// when a part is missing and nothing is done), or -1.
+int FtmThroughPutTest(char** ppAtbName0, char** ppAtbName1, char** ppAtbVal0, char** ppAtbVal1, int* piretval);
+
+// Parsers of the sections of a written document. Each carries out what its element asks and returns 0, or -1 with the
+// error record set. `*piretval` is shared by all sections of one document and starts at 0.
+
+int FTM_ParseTagLED(ST_XML_ELEMENT* pXmlLED, int* piretval);
+/// `pvSession` is not used.
+int FTM_ParseTagSingleLed(void* pvSession, ST_XML_ELEMENT* pXmlLeds, int* piretval);
+int FTM_ParseTagTHRPUT(ST_XML_ELEMENT* pXmlTHRPUT, int* piretval);
+int FTM_ParseTagAutoPair(ST_XML_ELEMENT* pXmlRSTSW, int* piretval);
+int FTM_ParseTagEtherPort(ST_XML_ELEMENT* pXmlETHER_PORT, int* piretval);
+
+// The same for sections that no document of this unit may hold.
+
+int FTM_ParseTagMultiHybrid(ST_XML_ELEMENT* pXmlRSTSW, int* piretval);
+int FTM_ParseTagPsdSetting(ST_XML_ELEMENT* pXmlPSD_SETTING, int* piretval);
+int FTM_ParseTagRSTSW(ST_XML_ELEMENT* pXmlRSTSW);
+
+// Write permissions: 1 when the station may write the element, else 0.
+
+int Is_SESSION_LED_WrEnb();
+int Is_READY_STATUS_WrEnb();
+int Is_RESET_SW_STATUS_WrEnb();
+int Is_WPS_SW_STATUS_WrEnb();
+int Is_ETHER_PORT_SPD_WrEnb();
+int Is_READY_GREEN_LED_WrEnb();
+int Is_READY_RED_LED_WrEnb();
+int Is_ETHER_LED_WrEnb();
+int Is_USB_LED_WrEnb();
+int Is_WPS_LED_WrEnb();
+int Is_ALL_LEDS_WrEnb();
+int Is_MULTI_MODE_WrEnb();
+int Is_AUTO_MODE_WrEnb();
+int Is_PSD_MODE_WrEnb();
+int Is_POWER_LED_WrEnb();
+int Is_WAN_LED_WrEnb();
+int Is_INTERNET_LED_WrEnb();
+int Is_LAN_LED_WrEnb();
+int Is_WIRELESS_LED_WrEnb();
+
 // LEDs and buttons as the test configuration file shows them. Results are 0, or -1 when the tree lacks the element.
 
 /// Reads every LED and both buttons from the driver into the tree. An unreadable one shows as on or closed.
