@@ -64,10 +64,6 @@ ST_XML_ELEMENT* CreateTestModeCfgXml();
 /// Element at a path of up to three tags below `pXmlTop`; a null tag ends the path early. Null, with
 /// "Xml File InValid" in the error record, when there is none.
 ST_XML_ELEMENT* GetElmtPtr(ST_XML_ELEMENT* pXmlTop, const char* pcL1, const char* pcL2, const char* pcL3);
-/// Tag parsers that entering a test shares with the file. `*piretval`, 0 at the start of a write, gets the result of
-/// the device operation. Return 0, or -1.
-int FTM_ParseTagTHRPUT(ST_XML_ELEMENT* pXmlTHRPUT, int* piretval);
-int FTM_ParseTagVOIP(ST_XML_ELEMENT* pXmlVOIP, int* piretval);
 
 /// The file's tree, built on first use.
 inline ST_XML_ELEMENT* TestModeCfgTree() {

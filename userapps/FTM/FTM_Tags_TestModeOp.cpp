@@ -7,6 +7,7 @@
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Handles.h"
 #include "userapps/FTM/FTM_Tags.h"
+#include "userapps/FTM/VoipTask.h"
 
 int bResetSwTest;
 ST_XML_ELEMENT* pstTestModeOpElmt;
