@@ -1,9 +1,10 @@
 #pragma once
 // The TFTP packet and the exchange primitives. All of them run on the TFTP server task.
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "userapps/FTM/FTM_Task.h"
 
 constexpr std::size_t tftpBlockSize = 512;
 
@@ -32,6 +33,13 @@ struct Packet {
 constexpr std::size_t tftpHeaderSize = 4;
 static_assert(sizeof(Packet) == tftpHeaderSize + tftpBlockSize);
 
+/// A datagram taken from the receive queue. Behind its last byte stands a NUL, so that a file name
+/// without a terminator ends with the datagram.
+struct ReceivedDatagram {
+  unsigned char bytes[queuedDatagramSize + 1];
+  std::uint16_t length;
+};
+
 /// Results of the wait primitives.
 constexpr int tftpReceived = 0;
 constexpr int tftpUnwanted = -1;
@@ -40,6 +48,14 @@ constexpr int tftpTimedOut = -2;
 extern Packet SendPkt;          ///< the packet that every sender builds its datagram in
 extern int ServerBlockSeqError; ///< duplicate blocks and acknowledgements tolerated since start
 
+/// Counts one of them.
+void TFTPcountSeqError();
+
+/// Opcode of a datagram; 0, which no packet has, when it is too short for one.
+std::uint16_t TFTPopcode(const ReceivedDatagram& datagram);
+/// File name of a request, ended by NUL.
+const char* TFTPfileName(const ReceivedDatagram& datagram);
+
 /// Sends ACK of a block. Always 0.
 int TFTPsend_ack(std::uint16_t block);
 /// Sends `length` (0 to 512) bytes as a block. Always 0.
@@ -47,6 +63,8 @@ int TFTPsend_data(const char* data_ptr, std::uint16_t length, std::uint16_t bloc
 /// Sends ERROR; a message longer than the packet holds is cut.
 void TFTPsend_error(std::uint16_t errcode, const char* errmsg);
 
+/// Waits for a datagram and takes it. Returns false once `deadline` has come.
+bool TFTPreceive(ReceivedDatagram& datagram, BoardTime deadline);
 /// Waits up to 301 x 10 ms for DATA. Stores its data (at most 512 bytes), its length as received and
 /// its block number. Returns tftpReceived, tftpUnwanted or tftpTimedOut.
 int TFTPget_data(char* data_ptr, int* len_ptr, std::uint16_t* blk_ptr);
