@@ -150,3 +150,76 @@ char* McfgAtmVCI(int iVcChannel);
 /// Shows the first device of the kernel's SCSI listing in the test configuration tree. Returns 0, or -1 when there is
 /// no such listing.
 int FtmUpdateUSB();
+
+// Four-port counters: running totals that survive the switch clearing a port's counts when its link drops.
+
+/// Where a counter stands; a change of the link takes two readings to complete.
+enum E4PSTATE { eDOWN = 0, eUP = 1, eTRANSI_TO_UP = 2, eTRANSI_TO_DOWN = 3 };
+enum E4PST_IX { eETHPACK_RX = 0, eETHPACK_TX = 1, eE4PST_IX_MAX = 2 };
+
+struct ST_STAT_CT {
+  int iPortState; ///< an E4PSTATE
+  int iCntCur;    ///< last count read from the switch
+  int iCntAcc;    ///< counts of earlier link-up periods
+};
+
+struct ST_PORT_STAT_CT {
+  ST_STAT_CT stStatCt[eE4PST_IX_MAX];
+};
+
+constexpr unsigned int switchPorts = 5;       ///< rows of "SwitchStat" that are counted
+constexpr std::size_t portCountTextSize = 10; ///< bytes of a total's text with its NUL
+constexpr int maxPortCount = 999'999'999;     ///< the largest total that the text holds; shown for anything above
+
+extern ST_PORT_STAT_CT stPortStatCt[switchPorts]; ///< indexed by the data row of "SwitchStat"
+
+/// Forgets all counts. Start-up, before any thread runs.
+void FtmClear4PortStat();
+/// Takes a count (decimal text) read while the link is up (`iState` 1) or down, and moves the counter's state.
+/// Returns 1, or 0 with nothing changed when there is no count, it is negative, or there is no such counter.
+int ftmSave4PortStatCt(const char* pstr, int iState, unsigned int iPort, unsigned int index);
+/// Writes a counter's total into `pstr` (portCountTextSize bytes); nothing but a NUL when there is no such counter.
+void ftmGet4PortStatCt(char* pstr, unsigned int iPort, unsigned int index);
+
+// Ethernet ports.
+
+constexpr std::size_t speedTextSize = 12;   ///< bytes of cSpeed
+constexpr std::size_t switchSpeedSize = 5;  ///< bytes that a speed text of the switch may take
+constexpr std::size_t kilobitTextSize = 16; ///< bytes of a converted rate with its NUL
+
+extern char cSpeed[speedTextSize]; ///< last answer of XML_FTM_PortSpeed()
+
+/// Speed in bit/s of a port (0 is eth0). Returns the driver's result, negative on failure. Ends the process when no
+/// socket can be opened.
+int EthernetSpeedGet(unsigned short usEthNum, unsigned long* pulEthXSpeed);
+/// Speed text of port 0 ("10", "100", or the bit rate) in cSpeed, or null when none is known.
+const char* XML_FTM_PortSpeed();
+/// Speed text of the last switch port, of the first four, that is up. `pcSpeed` gets switchSpeedSize bytes, without a
+/// NUL when the text fills them. Returns 0, or -1 with `pcSpeed` untouched.
+int FtmGetSwitchSpeed(char* pcSpeed);
+/// The same of one row of "SwitchStat".
+int GetSwitchSpeedStng(char* pcSpeed, int iRow, const ST_CFG_TABLE* pstTbl);
+/// Link state of an interface; 0 when it is down, not running or unreadable.
+int FtmUpdateEthX(const char* pEthNm);
+/// Link state of an interface, asked on an open control socket; 0 when the request fails.
+int FtmBroadcomEstate(int sockfd, const char* iface);
+/// Writes a rate in bit/s (decimal text) as kbit/s, right-aligned with three decimals, into `pcSpeedKBS`
+/// (kilobitTextSize bytes). Returns 0.
+int ftmConvertToKBS(const char* pcSpeedBS, char* pcSpeedKBS);
+/// Shows the speed of port 0 in the test configuration tree. Returns 0, or -1 when the element is missing or no speed
+/// is known. No read of the file calls it.
+int FtmUpdETHER_PORT_SPD();
+
+// Fixed placeholders: this gateway's switch can't be set, and it has no PSD mode.
+
+const char* XML_FTM_PortActive(unsigned char ucPortNum); ///< "NO"
+const char* XML_FTM_PsdMode();                           ///< null
+int FtmUpdPSD_SETTING();                                 ///< -1
+int FtmActionPsdModeAuto();                              ///< -1
+int FtmActionPsdModeOn();                                ///< -1
+int FtmActionPsdModeOff();                               ///< -1
+/// 0 for speed 0 (automatic), 10 or 100, which changes nothing; else -1.
+int FtmActionETHER_PORT_SPD(unsigned char ucSpeed);
+int eswitch_PortActive(unsigned char ucPortNum);                      ///< 0
+int eswitch_SpeedGet(unsigned char ucPortNum);                        ///< 0
+int eswitch_SpeedSet(unsigned char ucPortNum, unsigned char ucSpeed); ///< 0

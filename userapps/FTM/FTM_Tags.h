@@ -149,3 +149,40 @@ int FtmActionWPS_LED(int iState);
 int FtmActionLED_ALL(int iState);
 /// Shows a text for all LEDs.
 int FtmActionLED_Blink(const char* pcText);
+
+// Statistics, four-port and progress files.
+
+extern ST_XML_ELEMENT* pstFTMStatElmt;    ///< trees of the files, null until they are first read;
+extern ST_XML_ELEMENT* pstFTMStats4pElmt; ///< a text whose source fails stays as it was
+extern ST_XML_ELEMENT* pstFTMProgElmt;
+
+int TFTP_processGetStatistics(char** ppOutFile, unsigned long* pOutSize);
+/// Always -1, and leaves the error record as it is.
+int TFTP_processGetStatistics2(char** ppOutFile, unsigned long* pOutSize);
+int TFTP_processGetStats4port(char** ppOutFile, unsigned long* pOutSize);
+/// Serialises the file into pOFilePROG and returns it, or null.
+char* TFTP_processGetProgress();
+
+/// Build the trees from their templates. The caller owns them.
+ST_XML_ELEMENT* CreateFtmStatisticsXml();
+ST_XML_ELEMENT* CreateFtmStats4portXml();
+ST_XML_ELEMENT* CreateFtmProgressXml();
+
+/// Refreshes the statistics tree; always 0, whatever could be read.
+int FtmUpdStatistics();
+/// Refreshes the four-port tree. Returns 0, or -1 when the switch's table can't be read.
+int FtmUpdStats4portNew();
+
+// Section fillers: each sets the texts of those direct children of its element that it knows, from a read-only session
+// of its own. Return 0, or -1 (for the stations' table the store's own result) with the error record set.
+
+int XMLS_initEtherStatCatCM(ST_XML_ELEMENT* pXmlEther);
+/// `iRange` is not used.
+int XMLS_initAtmStatCatCM(int iRange, ST_XML_ELEMENT* pXmlAtm);
+int XMLS_initDslStatCM(ST_XML_ELEMENT* pXmlDsl);
+int XMLS_GetFlashErrCM(ST_XML_ELEMENT* pXmlFlash);
+int XMLS_Get_Wl0_StatCM(ST_XML_ELEMENT* pXmlWireless);
+/// Sets the attributes "VPI" and "VCI" of an element from the ATM circuit. `iRange` is not used.
+int XMLS_SetAttrValueCM(ST_XML_ELEMENT* pXml, int iRange);
+/// Fills the element of one port from a row of "SwitchStat".
+void XMLS_Fill_SwEthX_Field(ST_XML_ELEMENT* pXmlTmp, int iRow, const ST_CFG_TABLE* pstTbl);
