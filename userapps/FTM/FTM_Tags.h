@@ -2,6 +2,7 @@
 // One handler per virtual file, and the tag parsers. TFTP server task only. Handlers that return int
 // return 0 for success; otherwise the error record says what is wrong.
 
+#include "platform/cfg_api.h"
 #include "userapps/FTM/xml_parser.h"
 
 /// Serialises a tree into a new buffer for the caller; `*ppOutFile` must be null. `*pOutSize` counts
