@@ -5,6 +5,8 @@
 #include <pthread.h>
 
 #include <cstddef>
+#include <cstdio>
+#include <memory>
 
 #include "platform/board.h"
 #include "platform/cfg_api.h"
@@ -43,6 +45,12 @@ private:
 inline Descriptor openDevice(const char* path) {
   return Descriptor(board_open(path, O_RDWR));
 }
+
+/// A stream of board_fopen(), null when it could not be opened.
+struct StreamCloser {
+  void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+using TextStream = std::unique_ptr<std::FILE, StreamCloser>;
 
 /// A session of the configuration store.
 class StoreSession {

@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include <string>
+
 struct ST_XML_ELEMENT;
 
 enum E_VOIP_CMD { eVOIP_IDLE = 0, eVOIP1_ON = 1, eVOIP1_OFF = 2, eVOIP2_ON = 3, eVOIP2_OFF = 4, eVOIP_MAX = 5 };
@@ -54,7 +56,7 @@ int FtmUpDateVoipDecoder();
 int FtmUpDateVoipDigit();
 
 /// Hook state of a line, "UNKNOWN" for a port that is no line.
-const char* FtmGetVOIP_Hook(unsigned short usVoipPortNum);
+std::string FtmGetVOIP_Hook(unsigned short usVoipPortNum);
 /// State of the decoders, 1 while one of them is on, else 0. Returns 0.
 int FtmGetVOIP_Decoder(unsigned short usVoipPortNum, unsigned short* pusCmdState);
 /// Ring voltage in volts. Returns 0.
