@@ -5,7 +5,7 @@
 #include "platform/adsldrv.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
-#include "userapps/FTM/FTM_Handles.h"
+#include "userapps/FTM/FTM_Store.h"
 
 char aucB[20];
 char aucB1[10] = "Test";
@@ -50,24 +50,6 @@ constexpr int productionMacColumn = 2;
 // Whether snprintf() wrote the whole text.
 bool fits(int length, std::size_t size) {
   return length >= 0 && static_cast<std::size_t>(length) < size;
-}
-
-// Whether the session was opened; says so on the console and to the station when it was not.
-bool isUsable(const StoreSession& session) {
-  if (session.isOpen())
-    return true;
-  std::fputs("error: failed to start session\n", stderr);
-  FTM_FlgErrorTFTP(0, szCrtXmlFail, 0);
-  return false;
-}
-
-// The same for a table.
-bool isUsable(const TableSnapshot& snapshot, const char* table) {
-  if (snapshot.isRead())
-    return true;
-  std::fprintf(stderr, "error: failed to read table: %s\n", table);
-  FTM_FlgErrorTFTP(0, szCrtXmlFail, 0);
-  return false;
 }
 
 // Replaces `mac` by the unit's own. Returns 0, or -1 when the store can't be read.

@@ -75,7 +75,8 @@ class TableSnapshot {
 public:
   TableSnapshot(void* session, const char* table, const char* sourceFile = __builtin_FILE(),
                 const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
-    if (cl_cfg_getTable(session, table, &m_table, sourceFile, function, line) != CFG_ERR_OK)
+    m_result = cl_cfg_getTable(session, table, &m_table, sourceFile, function, line);
+    if (m_result != CFG_ERR_OK)
       m_table = nullptr;
   }
   ~TableSnapshot() {
@@ -86,6 +87,8 @@ public:
   TableSnapshot& operator=(const TableSnapshot&) = delete;
 
   bool isRead() const { return m_table != nullptr; }
+  /// The store's result of the reading.
+  int result() const { return m_result; }
   ST_CFG_TABLE* get() const { return m_table; }
   int rows() const { return m_table->nRows; }
 
@@ -100,5 +103,6 @@ public:
   }
 
 private:
+  int m_result;
   ST_CFG_TABLE* m_table = nullptr;
 };

@@ -7,7 +7,8 @@
 #include <cstring>
 #include <limits>
 
-/// The decimal number at the start of a text, as atoi() reads it; one that an int can't hold is the nearest that it can.
+/// The decimal number at the start of a text, as atoi() reads it; one that an int can't hold is the nearest that it
+/// can.
 inline int decimalValue(const char* text) {
   const long long value = std::strtoll(text, nullptr, 10);
   constexpr long long lowest = std::numeric_limits<int>::min();
