@@ -60,13 +60,16 @@ const char* XCVR_Description();
 
 // Flash management.
 
+constexpr std::size_t bootModeTextSize = 4; ///< bytes of a boot delay's text with its NUL
+
 /// Reboots the unit, into safe boot when `iReBootCmd` is not 0. Returns 0. Any thread.
 int FTM_Reboot(int iReBootCmd);
 /// Software version of the test mode: a text of at most 31 characters that stays valid.
 const char* FTM_GetSoftwareVersion();
-/// Writes the boot delay as decimal text (at most 4 bytes with its NUL) into `pcBtMode`.
+/// Writes the boot delay as decimal text into `pcBtMode` (bootModeTextSize bytes), also when the request fails; "0"
+/// when the device can't be opened.
 int FTM_GetBootMode(char* pcBtMode);
-/// Sets the boot delay from decimal text.
+/// Sets the boot delay from decimal text. Returns 0 (also when the device can't be opened), or -1.
 int FTM_PutBootMode(const char* pcBtMode);
 
 // LEDs, relays and buttons.
