@@ -9,12 +9,15 @@
 #include <cstring>
 
 #include "platform/board.h"
+#include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/TFTPserver.h"
+#include "userapps/FTM/WrLsTask.h"
 
 int servSock = -1;
 std::atomic<stMgmtUtilClientInfo*> pClient{nullptr};
 pthread_t g_timeout_thread_id;
 pthread_t sttftp_taskThread;
+pthread_t WrLsTaskThread;
 int iNeedByteswap;
 int hLogServer;
 
@@ -35,6 +38,7 @@ struct WorkerThread {
 constexpr WorkerThread workerThreads[] = {
     {&g_timeout_thread_id, ClientAge, defaultStack, "timeout_thread"},
     {&sttftp_taskThread, tftp_task, tftpTaskStack, "tftp_task"},
+    {&WrLsTaskThread, WrLsTask, defaultStack, "WrLsTaskThread"},
 };
 
 // Marks of an earlier run: modem configuration, its backup, test mode.
@@ -85,6 +89,7 @@ void DieWithError(const char* errorMessage) {
 void FtmStartUp() {
   board_syslog(LOG_INFO, "FTM Started\n");
   usAcivityTmr.store(0, std::memory_order_relaxed);
+  FtmClear4PortStat();
   std::memset(g_CurrentConnections, 0, sizeof g_CurrentConnections);
   startWorkerThreads();
   openServerSocket();
