@@ -12,6 +12,7 @@
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/TFTPserver.h"
 #include "userapps/FTM/WrLsTask.h"
+#include "userapps/FTM/xml_parser.h"
 
 int servSock = -1;
 std::atomic<stMgmtUtilClientInfo*> pClient{nullptr};
@@ -25,8 +26,8 @@ namespace {
 
 constexpr std::uint16_t tftpPort = 69;
 constexpr std::size_t defaultStack = 0;
-// Documents nest as deep as a written file allows, and the parser follows them on this stack.
-constexpr std::size_t tftpTaskStack = std::size_t{4} * 1024 * 1024;
+// What a document takes, and as much again for the rest of a request.
+constexpr std::size_t tftpTaskStack = 2 * xmlDocumentStack;
 
 struct WorkerThread {
   pthread_t* id;

@@ -3,7 +3,12 @@
 // that writes it back. Absence is reported by null; nothing here logs. Not tied to a thread: a tree
 // belongs to whoever made it.
 
+#include <cstddef>
 #include <memory>
+
+/// Stack, in bytes, for a thread that parses a document of up to 7648 bytes and measures, serialises and destroys its
+/// tree. The deepest one, 3824 times "<>", takes 0.5 MB of it in an optimised build and 1.5 MB under a sanitizer.
+inline constexpr std::size_t xmlDocumentStack = std::size_t{2} * 1024 * 1024;
 
 /// One element. It owns everything below it; every array is null-terminated and has no separate
 /// count.
