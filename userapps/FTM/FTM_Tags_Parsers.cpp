@@ -1,15 +1,13 @@
 // The parsers of the test configuration file's sections, and the permissions to write its elements.
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
-#include <limits>
 #include <string_view>
 
 #include "platform/gpioctrl.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Tags.h"
+#include "userapps/FTM/FTM_Text.h"
 
 namespace {
 
@@ -117,12 +115,9 @@ bool areAllPresent(char** first, char** second, char** third, char** fourth) {
          FirstAttributes::isPresent(fourth);
 }
 
-// A decimal number, kept in 16 bits: 65539 is point 3. No text is 0; what fits no int is a point that is refused.
+// A point is kept in 16 bits, so that 65539 is point 3. No text is point 0.
 std::uint16_t pointNumber(const char* text) {
-  const long long number = text == nullptr ? 0 : std::strtoll(text, nullptr, 10);
-  if (number < std::numeric_limits<int>::min() || number > std::numeric_limits<int>::max())
-    return std::numeric_limits<std::uint16_t>::max();
-  return static_cast<std::uint16_t>(number);
+  return text == nullptr ? 0 : static_cast<std::uint16_t>(decimalValue(text));
 }
 
 int writeLed(const LedTag& led, const char* text, int* piretval) {
