@@ -19,10 +19,25 @@ struct JournalRow {
   std::int64_t id;
   std::string kind; ///< "request", "command", "write", "remove", "signal", "reboot", "log", ...
   std::string text;
+  std::int64_t timeMs; ///< wall clock, milliseconds since 1970
   bool operator==(const JournalRow&) const = default;
 };
 
+// Kinds of boots.
+constexpr std::string_view normalBoot = "normal";
+constexpr std::string_view safeBoot = "safe boot";
+
+// Environment of a process that works on a unit.
+constexpr const char* unitVariable = "GATEWAY_UNIT";             ///< folder of the unit
+constexpr const char* supervisorVariable = "GATEWAY_SUPERVISOR"; ///< process id that the service must not outlive
+
+/// Exit status of a service whose unit reboots.
+constexpr int rebootExitStatus = 86;
+
 class Database;
+class Faults;
+class Journal;
+class Tables;
 
 class Unit {
 public:
@@ -36,8 +51,12 @@ public:
   Unit(const Unit&) = delete;
   Unit& operator=(const Unit&) = delete;
 
-  /// The unit's state.
+  // The parts of the unit's state.
+
   Database& database();
+  Journal& journalBook();
+  Faults& faults();
+  Tables& tables();
 
   // Store tables, past all roles and transactions. `row` counts data rows from 0.
 
@@ -52,6 +71,7 @@ public:
 
   // Faults: named rows that make one thing fail until they are switched off.
 
+  /// Throws std::runtime_error for a name that is none; simulator/faults.h has the names.
   void setFault(std::string_view name, bool on);
   bool hasFault(std::string_view name);
 
@@ -66,6 +86,9 @@ public:
 
   /// What a reboot of the unit does to this process, after it has been journalled.
   std::function<void()> onReboot;
+
+  /// Journals a reboot of the unit and carries it out, into what was prepared for it.
+  void reboot();
 
 private:
   struct State;

@@ -1,0 +1,145 @@
+#include "simulator/database.h"
+
+#include <utility>
+
+namespace gateway {
+
+namespace {
+
+constexpr int busyTimeoutMs = 10'000;
+
+// Several processes work on the file. A commit is durable against the end of any of them; the page cache is small
+// because the service's memory is that of a small device.
+constexpr const char* connectionSettings = "PRAGMA journal_mode = WAL;"
+                                           "PRAGMA synchronous = NORMAL;"
+                                           "PRAGMA cache_size = -256;"
+                                           "PRAGMA temp_store = MEMORY;";
+
+void configureLibrary() {
+  static std::once_flag once;
+  std::call_once(once, [] { sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0); });
+}
+
+} // namespace
+
+std::unique_ptr<Database> Database::inMemory() {
+  return std::unique_ptr<Database>(new Database(":memory:"));
+}
+
+std::unique_ptr<Database> Database::open(const std::filesystem::path& file) {
+  std::unique_ptr<Database> database(new Database(file.string()));
+  database->runScript(connectionSettings);
+  return database;
+}
+
+Database::Database(const std::string& name) {
+  configureLibrary();
+  constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+  if (sqlite3_open_v2(name.c_str(), &m_connection, flags, nullptr) != SQLITE_OK) {
+    const std::string message = m_connection != nullptr ? sqlite3_errmsg(m_connection) : "out of memory";
+    sqlite3_close(m_connection);
+    throw DatabaseError(name + ": " + message);
+  }
+  sqlite3_busy_timeout(m_connection, busyTimeoutMs);
+}
+
+Database::~Database() {
+  for (const auto& [sql, statement] : m_statements)
+    sqlite3_finalize(statement);
+  sqlite3_close(m_connection);
+}
+
+void Database::fail(std::string_view what) const {
+  throw DatabaseError(std::string(what) + ": " + sqlite3_errmsg(m_connection));
+}
+
+void Database::runScript(const char* sql) {
+  const std::lock_guard lock(m_mutex);
+  if (sqlite3_exec(m_connection, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    fail("script");
+  ++m_ownChanges;
+}
+
+Database::Version Database::version() {
+  Query query(*this, "PRAGMA data_version");
+  query.next();
+  return {query.number(0), m_ownChanges};
+}
+
+std::int64_t Database::stateChanged() {
+  const std::lock_guard lock(m_mutex);
+  ++m_ownChanges;
+  return sqlite3_changes64(m_connection);
+}
+
+sqlite3_stmt* Database::take(std::string_view sql) {
+  if (const auto found = m_statements.find(sql); found != m_statements.end() && found->second != nullptr)
+    return std::exchange(found->second, nullptr);
+  sqlite3_stmt* statement = nullptr;
+  if (sqlite3_prepare_v3(m_connection, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement,
+                         nullptr) != SQLITE_OK)
+    fail(sql);
+  return statement;
+}
+
+void Database::giveBack(std::string_view sql, sqlite3_stmt* statement) {
+  sqlite3_reset(statement);
+  sqlite3_clear_bindings(statement);
+  const auto found = m_statements.find(sql);
+  if (found == m_statements.end())
+    m_statements.emplace(sql, statement);
+  else if (found->second == nullptr)
+    found->second = statement;
+  else
+    sqlite3_finalize(statement);
+}
+
+bool Query::next() {
+  switch (sqlite3_step(m_statement)) {
+  case SQLITE_ROW:
+    return true;
+  case SQLITE_DONE:
+    return false;
+  default:
+    m_database.fail(m_sql);
+  }
+}
+
+std::string_view Query::text(int column) const {
+  const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(m_statement, column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(m_statement, column));
+  return bytes == nullptr ? std::string_view() : std::string_view(bytes, size);
+}
+
+void Query::bind(std::int64_t value) {
+  sqlite3_bind_int64(m_statement, ++m_bound, value);
+}
+
+void Query::bind(std::string_view value) {
+  // A view without characters may point nowhere, which would bind NULL.
+  const char* const text = value.empty() ? "" : value.data();
+  if (sqlite3_bind_text64(m_statement, ++m_bound, text, value.size(), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK)
+    m_database.fail(m_sql);
+}
+
+Transaction::Transaction(Database& database)
+    : m_lock(database.m_mutex), m_database(database), m_isOpen(sqlite3_get_autocommit(database.m_connection) != 0) {
+  if (m_isOpen)
+    Query(m_database, "BEGIN IMMEDIATE").next();
+}
+
+Transaction::~Transaction() {
+  if (!m_isOpen)
+    return;
+  sqlite3_exec(m_database.m_connection, "ROLLBACK", nullptr, nullptr, nullptr);
+  m_database.stateChanged();
+}
+
+void Transaction::commit() {
+  if (!m_isOpen)
+    return;
+  Query(m_database, "COMMIT").next();
+  m_isOpen = false;
+}
+
+} // namespace gateway

@@ -1,0 +1,62 @@
+#include "simulator/drivers/driver.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/flashmgmt.h"
+
+namespace gateway {
+
+namespace {
+
+constexpr unsigned long largestDecimal = 255;
+
+const std::array drivers{
+    Driver{flashManagementDevice, flashRequests},
+};
+
+const std::array<SocketDriver, 0> requestsOfSockets{};
+
+const std::array textFiles{
+    TextFile{"/proc/net/dev", networkDeviceText},
+};
+
+template <class Entries>
+const auto* findPath(const Entries& entries, std::string_view path) {
+  const auto found = std::ranges::find(entries, path, [](const auto& entry) { return std::string_view(entry.path); });
+  return found == entries.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+std::span<const SocketDriver> socketDrivers() {
+  return requestsOfSockets;
+}
+
+const Driver* findDriver(std::string_view path) {
+  return findPath(drivers, path);
+}
+
+const TextFile* findTextFile(std::string_view path) {
+  return findPath(textFiles, path);
+}
+
+const SocketDriver* findSocketDriver(unsigned long request) {
+  const auto found = std::ranges::find(requestsOfSockets, request, &SocketDriver::request);
+  return found == requestsOfSockets.end() ? nullptr : &*found;
+}
+
+std::string requestText(unsigned long request) {
+  char text[2 + 2 * sizeof request + 1];
+  std::snprintf(text, sizeof text, request <= largestDecimal ? "%lu" : "0x%lx", request);
+  return text;
+}
+
+bool isRequestText(std::string_view text) {
+  const std::string number(text);
+  return requestText(std::strtoul(number.c_str(), nullptr, 0)) == number;
+}
+
+} // namespace gateway

@@ -1,0 +1,39 @@
+-- What a unit holds when it leaves the factory.
+
+INSERT INTO "ProductionData" VALUES ('M77-210010-04', '1234', '02:1a:2b:00:00:01', '01252002', 'A', '0000');
+INSERT INTO "AppSwInfo" VALUES ('Gateway application', 'Quorvane', '01.05.06', '2009-03-17', '01.05.06-b214');
+INSERT INTO "ProductType" VALUES ('Quorvane Dual Connect', 'M77');
+INSERT INTO "ProductInfo" VALUES ('factory.ini', '1.0', 'M77-210010');
+
+INSERT INTO "Xcvr" VALUES (
+  'DOWN', '0', '0', 'FAST', 'FAST', '0', '0', '0', '0', '0', '0', '0', '0.0', '0.0', '0.0', '0.0', '0', '0',
+  '0.0', '0.0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', 'G.DMT', 'BDCM', 'ADSL2+ transceiver',
+  'A2pB023k.d20k');
+INSERT INTO "XcvrTable" VALUES ('AUTO', 'AUTO');
+INSERT INTO "LedTable" DEFAULT VALUES;
+
+INSERT INTO "NetDev" VALUES
+  ('eth0', '1204876', '8312', '0', '0', '0', '0', '0', '12', '984210', '7105', '0', '0', '0', '0', '0', '0'),
+  ('eth1', '640118', '4410', '0', '3', '0', '0', '0', '4', '512760', '3902', '0', '1', '0', '0', '0', '0'),
+  ('wl0', '88214', '702', '2', '1', '0', '0', '0', '0', '120448', '815', '4', '5', '0', '0', '0', '0'),
+  ('nas0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0');
+INSERT INTO "BcmAtm" VALUES (
+  'atm0', '1', '0', '35', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0',
+  '0', '0', '0', '0', '0', '0', '0');
+INSERT INTO "VccStat" VALUES ('nas0', '0', '35', '02:1a:2b:00:00:01');
+INSERT INTO "FlashErr" VALUES ('OK', 'OK', 'OK', 'NO', 'NO');
+INSERT INTO "SwitchStat" VALUES
+  ('up', '100', 'full', '3902', '4410'),
+  ('down', '0', 'half', '0', '0'),
+  ('down', '0', 'half', '0', '0'),
+  ('down', '0', 'half', '0', '0'),
+  ('up', '1000', 'full', '7105', '8312');
+INSERT INTO "WlanStations" VALUES ('0');
+INSERT INTO "WlanConfig" VALUES ('1', 'Quorvane', '6');
+INSERT INTO "ProductInterfaces" VALUES
+  ('LAN', 'Ethernet', 'eth0'),
+  ('LAN', 'Omnilane', 'eth1'),
+  ('LAN', 'Wireless', 'wl0'),
+  ('WAN', 'DSL', 'nas0');
+
+INSERT INTO flash VALUES (0xFFFF, 0xFFFF, 'FTM 01.05.06', 'normal');
