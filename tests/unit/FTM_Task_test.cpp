@@ -9,6 +9,7 @@
 #include "tests/unit/tftp_station.h"
 #include "userapps/FTM/TFTPserver.h"
 #include "userapps/FTM/WrLsTask.h"
+#include "userapps/FTM/xml_parser.h"
 
 using testing::AllOf;
 using testing::ElementsAre;
@@ -44,6 +45,7 @@ struct Kernel {
   sockaddr_in boundTo{};
   ssize_t received = -1;
   bool outOfMemory = false;
+  int waits = 0;
 };
 Kernel kernel;
 
@@ -82,6 +84,8 @@ ssize_t __real_recvfrom(int, void*, std::size_t, int, sockaddr*, socklen_t*);
 ssize_t __wrap_recvfrom(int, void*, std::size_t, int, sockaddr*, socklen_t*);
 void* __real_calloc(std::size_t, std::size_t);
 void* __wrap_calloc(std::size_t, std::size_t);
+int __real_board_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
+int __wrap_board_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
 void* __wrap_cfg_startSession(int, const char*);
 int __wrap_cfg_setListen(void*, CFG_LISTENER);
 int __wrap_cfg_listenSubject(void*, const char*);
@@ -127,6 +131,11 @@ ssize_t __wrap_recvfrom(int descriptor, void* buffer, std::size_t size, int flag
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   return kernel.outOfMemory ? nullptr : __real_calloc(count, size);
+}
+
+int __wrap_board_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
+  ++kernel.waits;
+  return __real_board_cond_timedwait(condition, mutex, deadline);
 }
 
 void wrap_FtmClear4PortStat() {
@@ -448,6 +457,12 @@ TEST_F(FTM_Task, WaitingOutlastsWhateverElseWakesIt) {
   EXPECT_EQ(gateway::clock::nowMs(), 250);
 }
 
+TEST_F(FTM_Task, AnIdleWaitSleepsUntilItsDeadline) {
+  gateway::clock::useReal();
+  EXPECT_FALSE(awaitTftp(boardNow() + std::chrono::milliseconds(20)));
+  EXPECT_LE(kernel.waits, 3) << "the wait turns round and round";
+}
+
 TEST_F(FTM_Task, TheReceivingThreadWakesTheWaitingOne) {
   gateway::clock::useReal();
   std::thread receiving([] { FtmReceive(); });
@@ -618,7 +633,7 @@ TEST_F(StartUp, GivesTheServerTaskTheStackThatDeepDocumentsNeed) {
   FtmStartUp();
   ASSERT_EQ(kernel.threads.size(), 3U);
   EXPECT_EQ(kernel.threads[0].stackSize, 0U);
-  EXPECT_GE(kernel.threads[1].stackSize, std::size_t{1} << 20);
+  EXPECT_GT(kernel.threads[1].stackSize, xmlDocumentStack);
   EXPECT_EQ(kernel.threads[2].stackSize, 0U);
 }
 
