@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/adsldrv.h"
 #include "simulator/drivers/driver.h"
 #include "simulator/store/tables.h"
 
@@ -12,6 +13,7 @@ namespace {
 constexpr FaultForm forms[] = {
     {"open PATH", "the device can't be opened"},
     {"request PATH NUMBER", "this request of the device fails; PATH is \"socket\" for a network-interface request"},
+    {"refuse PATH NUMBER", "the ADSL driver takes this request, but says in its status that it refuses"},
     {"socket", "a control socket can't be opened"},
     {"file PATH", "the kernel text file can't be opened"},
     {"spawn", "no process can be started"},
@@ -55,6 +57,8 @@ bool isKnown(const std::vector<std::string>& words, Tables& tables) {
     return findDriver(words[1]) != nullptr;
   if (kind == "request")
     return isRequest(words[1], words[2]);
+  if (kind == "refuse")
+    return words[1] == adslDevice && isRequest(words[1], words[2]);
   if (kind == "file")
     return findTextFile(words[1]) != nullptr;
   if (kind == "table")

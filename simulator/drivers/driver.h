@@ -54,6 +54,8 @@ std::string requestText(unsigned long request);
 bool isRequestText(std::string_view text);
 
 extern const Requests flashRequests;
+extern const Requests gpioRequests;
+extern const Requests adslRequests;
 
 std::string networkDeviceText(Unit& unit);
 

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/adsldrv.h"
 #include "platform/flashmgmt.h"
+#include "platform/gpioctrl.h"
 
 namespace gateway {
 
@@ -15,6 +17,8 @@ constexpr unsigned long largestDecimal = 255;
 
 const std::array drivers{
     Driver{flashManagementDevice, flashRequests},
+    Driver{gpioDevice, gpioRequests},
+    Driver{adslDevice, adslRequests},
 };
 
 const std::array<SocketDriver, 0> requestsOfSockets{};

@@ -6,8 +6,8 @@ INSERT INTO "ProductType" VALUES ('Quorvane Dual Connect', 'M77');
 INSERT INTO "ProductInfo" VALUES ('factory.ini', '1.0', 'M77-210010');
 
 INSERT INTO "Xcvr" VALUES (
-  'DOWN', '0', '0', 'FAST', 'FAST', '0', '0', '0', '0', '0', '0', '0', '0.0', '0.0', '0.0', '0.0', '0', '0',
-  '0.0', '0.0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', '0', 'G.DMT', 'BDCM', 'ADSL2+ transceiver',
+  'UP', '0', '0', 'FAST', 'FAST', '0', '0', '0', '0', '0', '0', '0', '18.5', '10.0', '9.2', '12.0', '8128000', '896000',
+  '18.9', '12.2', '0', '0', '0', '0', '0', '0', '0', '0', '8128000', '896000', '0', '0', 'G.DMT', 'BDCM', 'ADSL2+ transceiver',
   'A2pB023k.d20k');
 INSERT INTO "XcvrTable" VALUES ('AUTO', 'AUTO');
 INSERT INTO "LedTable" DEFAULT VALUES;
@@ -37,3 +37,32 @@ INSERT INTO "ProductInterfaces" VALUES
   ('WAN', 'DSL', 'nas0');
 
 INSERT INTO flash VALUES (0xFFFF, 0xFFFF, 'FTM 01.05.06', 'normal');
+
+INSERT INTO gpio (point, name, kind) VALUES
+  (1, 'ePowerGrnLed', 'led'),
+  (2, 'ePowerRedLed', 'led'),
+  (3, 'eDSLGrnLed', 'led'),
+  (4, 'eDSLRedLed', 'led'),
+  (5, 'eInternetGrnLed', 'led'),
+  (6, 'eInternetRedLed', 'led'),
+  (7, 'eWirelessGrnLed', 'led'),
+  (8, 'eUSBGrnLed', 'led'),
+  (9, 'eUSBRedLed', 'led'),
+  (10, 'eVoice1GrnLed', 'led'),
+  (11, 'eVoice2GrnLed', 'led'),
+  (12, 'eEth0GrnLed', 'led'),
+  (13, 'eEth1GrnLed', 'led'),
+  (14, 'eEth2GrnLed', 'led'),
+  (15, 'eEth3GrnLed', 'led'),
+  (22, 'eVoiceRly1', 'relay'),
+  (23, 'eVoiceRly2', 'relay'),
+  (32, 'eResetSwInput', 'input'),
+  (41, 'eDSLPair', 'output'),
+  (42, 'eECLed', 'led'),
+  (43, 'eECSetupSwInput', 'input');
+-- What is left of the numbers up to eMaxUserIOPoint is wired to test pads.
+INSERT INTO gpio (point, name, kind)
+  WITH RECURSIVE number(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM number WHERE n < 72)
+  SELECT n, 'eTestPad' || n, 'output' FROM number WHERE n NOT IN (SELECT point FROM gpio);
+INSERT INTO gpio_driver VALUES (0);
+INSERT INTO line VALUES ('up', 0);

@@ -184,6 +184,21 @@ CREATE TABLE flash (
   next_boot TEXT NOT NULL -- kind of the next boot: 'normal' or 'safe boot'
 );
 
+CREATE TABLE gpio (
+  point INTEGER PRIMARY KEY,
+  name TEXT NOT NULL,
+  kind TEXT NOT NULL,              -- 'led', 'relay', 'output' or 'input'
+  value INTEGER NOT NULL DEFAULT 0 -- of an LED: what it shows in factory test mode
+);
+
+CREATE TABLE gpio_driver (test_mode INTEGER NOT NULL); -- 1: the driver leaves the LEDs to the test station
+
+-- By the unit's clock: a line that trains comes up a while after since_ms.
+CREATE TABLE line (
+  state TEXT NOT NULL, -- 'down', 'training' or 'up'
+  since_ms INTEGER NOT NULL
+);
+
 CREATE TABLE faults (name TEXT PRIMARY KEY) WITHOUT ROWID;
 
 CREATE TABLE messages (id INTEGER PRIMARY KEY AUTOINCREMENT, subject TEXT NOT NULL, body TEXT NOT NULL);

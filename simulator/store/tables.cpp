@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "simulator/drivers/line.h"
+
 namespace gateway {
 
 namespace {
@@ -30,7 +32,7 @@ constexpr StoreTable tables[] = {
     {"LedTable", Reset::restores, userRoles},
     {"WlanConfig", Reset::restores, userRoles},
     // what the board reports
-    {"Xcvr", Reset::keeps, noRole},
+    {"Xcvr", Reset::keeps, noRole, settleLine},
     {"NetDev", Reset::keeps, noRole},
     {"BcmAtm", Reset::keeps, noRole},
     {"VccStat", Reset::keeps, noRole},
@@ -156,6 +158,8 @@ void Tables::clear(const StoreTable& table) {
 }
 
 const Tables::Contents& Tables::contents(const StoreTable& table) {
+  if (table.settle != nullptr)
+    table.settle(m_database);
   Contents& found = m_contents[&table];
   const Database::Version version = m_database.version();
   if (found.version != version) {
