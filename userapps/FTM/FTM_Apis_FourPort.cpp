@@ -65,6 +65,6 @@ void ftmGet4PortStatCt(char* pstr, unsigned int iPort, unsigned int index) {
   if (counter == nullptr)
     return;
   // A total that the text can't hold shows as the largest one: cut digits would pass for a smaller total.
-  const int total = std::min(sumOf(counter->iCntAcc, counter->iCntCur), maxPortCount);
+  const int total = std::clamp(sumOf(counter->iCntAcc, counter->iCntCur), 0, maxPortCount);
   std::snprintf(pstr, portCountTextSize, "%d", total);
 }
