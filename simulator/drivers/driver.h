@@ -58,5 +58,6 @@ extern const Requests gpioRequests;
 extern const Requests adslRequests;
 
 std::string networkDeviceText(Unit& unit);
+std::string scsiListingText(Unit& unit);
 
 } // namespace gateway

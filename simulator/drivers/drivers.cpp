@@ -25,6 +25,7 @@ const std::array<SocketDriver, 0> requestsOfSockets{};
 
 const std::array textFiles{
     TextFile{"/proc/net/dev", networkDeviceText},
+    TextFile{"/proc/scsi/scsi", scsiListingText},
 };
 
 template <class Entries>

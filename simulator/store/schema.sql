@@ -199,6 +199,16 @@ CREATE TABLE line (
   since_ms INTEGER NOT NULL
 );
 
+-- USB storage devices plugged in.
+CREATE TABLE usb_devices (
+  host INTEGER PRIMARY KEY, -- number of the SCSI host
+  vendor TEXT NOT NULL,
+  model TEXT NOT NULL,
+  rev TEXT NOT NULL,
+  type TEXT NOT NULL, -- the kernel's word
+  ansi_rev INTEGER NOT NULL
+);
+
 CREATE TABLE faults (name TEXT PRIMARY KEY) WITHOUT ROWID;
 
 CREATE TABLE messages (id INTEGER PRIMARY KEY AUTOINCREMENT, subject TEXT NOT NULL, body TEXT NOT NULL);

@@ -47,3 +47,5 @@ inline const std::string noSession = "session";
 inline std::string noTable(const std::string& table) {
   return "table " + table;
 }
+
+inline const std::string noUsbStorage = "file /proc/scsi/scsi";
