@@ -63,9 +63,11 @@ public:
     const std::string tools = toolsFolder();
     std::string path = tools + ":" + GATEWAY_PROGRAM_FOLDER;
     for (char* const* variable = variables; variable != nullptr && *variable != nullptr; ++variable)
-      take(*variable, path);
-    m_texts.push_back("PATH=" + path);
-    m_texts.push_back(std::string(toolsVariable) + "=" + tools);
+      inherit(*variable, path);
+    set("PATH", path);
+    set(toolsVariable, tools);
+    if (const std::string unit = theUnit().folder().string(); !unit.empty())
+      set(unitVariable, unit);
     for (std::string& text : m_texts)
       m_pointers.push_back(text.data());
     m_pointers.push_back(nullptr);
@@ -74,10 +76,16 @@ public:
   char* const* get() const { return m_pointers.data(); }
 
 private:
-  void take(std::string_view variable, std::string& path) {
-    if (variable.starts_with("PATH="))
-      path.append(":").append(variable.substr(std::strlen("PATH=")));
-    else if (!variable.starts_with(std::string(toolsVariable) + "=") && !variable.starts_with("GATEWAY_SUPERVISOR="))
+  void set(const char* name, const std::string& value) {
+    m_texts.push_back(std::string(name).append("=").append(value));
+  }
+
+  void inherit(std::string_view variable, std::string& path) {
+    constexpr std::string_view own[] = {toolsVariable, unitVariable, supervisorVariable};
+    const std::string_view name = variable.substr(0, variable.find('='));
+    if (name == "PATH")
+      path.append(":").append(variable.substr(std::min(name.size() + 1, variable.size())));
+    else if (std::ranges::find(own, name) == std::end(own))
       m_texts.emplace_back(variable);
   }
 
@@ -106,12 +114,9 @@ bool isShellCommand(const char* path, char* const argv[]) {
          std::string_view(argv[1]) == "-c" && argv[2] != nullptr;
 }
 
-/// A program of the gateway by its absolute path; null when the unit has none there.
-const char* programOf(const char* path, std::string& tool) {
-  if (std::string_view(path) == shell)
-    return shell;
-  tool = toolsFolder() + path;
-  return tool.c_str();
+/// The program that stands for one of the gateway: never one of this machine, but for the shell.
+std::string programOf(std::string_view path) {
+  return path == shell ? std::string(path) : toolsFolder().append(path);
 }
 
 std::string commandText(const char* path, char* const argv[]) {
@@ -162,8 +167,8 @@ pid_t board_spawn(const char* path, char* const argv[], char* const envp[]) {
     recordCommand(isCommand ? std::string(argv[2]) : commandText(path, argv));
     if (theUnit().faults().has("spawn"))
       return -EAGAIN;
-    std::string tool;
-    const pid_t child = isCommand ? startShell(shellCommand(argv[2]), envp) : start(programOf(path, tool), argv, envp);
+    const pid_t child =
+        isCommand ? startShell(shellCommand(argv[2]), envp) : start(programOf(path).c_str(), argv, envp);
     if (child < 0)
       return -errno;
     const std::lock_guard lock(childrenMutex);

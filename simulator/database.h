@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace gateway {
 
@@ -37,11 +39,15 @@ public:
 
   /// What was read from the database is still so as long as this compares equal.
   struct Version {
-    std::int64_t others = -1; ///< changes with each change by another connection
-    std::int64_t own = -1;    ///< changes with each change of the unit's state by this one; its journal is none
+    std::uint64_t commits = 0; ///< changes with each commit of any connection
+    std::int64_t own = -1;     ///< changes with each change by this one, also before it is committed
     bool operator==(const Version&) const = default;
   };
   Version version();
+
+  /// The values of the first row that a query gives, as texts; none when it gives no row. Remembered for as long as
+  /// they are so, for what is read time and again.
+  std::vector<std::string> firstRow(std::string_view sql);
 
   /// Makes version() differ from what it was; returns the number of rows that the last statement changed.
   std::int64_t stateChanged();
@@ -49,15 +55,22 @@ public:
 private:
   friend class Query;
   friend class Transaction;
+  struct Row {
+    Version version;
+    std::vector<std::string> values;
+  };
   explicit Database(const std::string& name);
   [[noreturn]] void fail(std::string_view what) const;
   sqlite3_stmt* take(std::string_view sql);
+  void findSharedIndex();
   void giveBack(std::string_view sql, sqlite3_stmt* statement);
 
   sqlite3* m_connection = nullptr;
   std::recursive_mutex m_mutex;
   std::map<std::string, sqlite3_stmt*, std::less<>> m_statements; ///< prepared, and not in use
+  std::map<std::string, Row, std::less<>> m_rows;                 ///< remembered by firstRow()
   std::int64_t m_ownChanges = 0;
+  const volatile void* m_sharedIndex = nullptr; ///< SQLite's index of the write-ahead log, shared by all processes
 };
 
 /// A running statement. Its arguments are integers and texts, for the places marked "?" in their order.

@@ -12,7 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::int64_t keptRows = 100'000;
-constexpr std::int64_t trimStep = 5'000; ///< rows beyond the kept ones before they are removed
 constexpr std::size_t pendingLimit = 1'000;
 constexpr auto gatheringTime = 20ms;
 
@@ -96,19 +95,13 @@ void Journal::insert(const JournalRow& row) {
 }
 
 void Journal::trim() {
-  Query bounds(m_database, "SELECT (SELECT min(id) FROM journal), (SELECT max(id) FROM journal)");
-  bounds.next();
-  const std::int64_t lastRemoved = bounds.number(1) - keptRows;
-  if (lastRemoved >= bounds.number(0) + trimStep)
-    Query(m_database, "DELETE FROM journal WHERE id <= ?", lastRemoved).next();
+  Query(m_database, "DELETE FROM journal WHERE id <= (SELECT max(id) FROM journal) - ?", keptRows).next();
 }
 
 std::vector<JournalRow> Journal::rows(std::int64_t afterId, std::string_view kind) {
   flush();
-  Query query(m_database,
-              "SELECT id, kind, text, time_ms FROM (SELECT * FROM journal WHERE id > ? ORDER BY id DESC LIMIT ?) "
-              "WHERE ? IN ('', kind) ORDER BY id",
-              afterId, keptRows, kind);
+  Query query(m_database, "SELECT id, kind, text, time_ms FROM journal WHERE id > ? AND ? IN ('', kind) ORDER BY id",
+              afterId, kind);
   std::vector<JournalRow> rows;
   while (query.next())
     rows.push_back({query.number(0), std::string(query.text(1)), std::string(query.text(2)), query.number(3)});

@@ -104,7 +104,7 @@ struct Unit::State {
   Faults faults;
   Tables tables;
   Journal journal;
-  bool isPrivate;
+  const bool isPrivate;
   std::mutex folderMutex;
   std::filesystem::path folder; ///< of a unit in memory: made when it is first needed
 };
@@ -116,6 +116,17 @@ std::unique_ptr<Unit> Unit::inMemory() {
 std::unique_ptr<Unit> Unit::open(const std::filesystem::path& folder) {
   const std::filesystem::path absolute = std::filesystem::absolute(folder);
   return std::unique_ptr<Unit>(new Unit(std::make_unique<State>(openDatabase(absolute), absolute)));
+}
+
+bool Unit::exists(const std::filesystem::path& folder) {
+  return std::filesystem::exists(folder / databaseFile);
+}
+
+void Unit::remove(const std::filesystem::path& folder) {
+  const std::string database = (folder / databaseFile).string();
+  for (const char* const suffix : {"-wal", "-shm", ""})
+    std::filesystem::remove(database + suffix);
+  std::filesystem::remove_all(folder / gatewayRoot);
 }
 
 Unit::Unit(std::unique_ptr<State> state) : m_state(std::move(state)) {}
@@ -180,6 +191,10 @@ void Unit::record(std::string_view kind, std::string_view text) {
 
 std::vector<JournalRow> Unit::journal(std::int64_t afterId, std::string_view kind) {
   return m_state->journal.rows(afterId, kind);
+}
+
+std::filesystem::path Unit::folder() const {
+  return m_state->isPrivate ? std::filesystem::path() : m_state->folder;
 }
 
 std::filesystem::path Unit::gatewayPath(std::string_view path) const {

@@ -46,6 +46,9 @@ public:
   /// The unit kept in `folder`; created there in factory state when there is none. Throws
   /// std::runtime_error when that can't be done.
   static std::unique_ptr<Unit> open(const std::filesystem::path& folder);
+  static bool exists(const std::filesystem::path& folder);
+  /// Removes the unit kept in `folder`, and nothing else of the folder. No process may be working on it.
+  static void remove(const std::filesystem::path& folder);
 
   ~Unit();
   Unit(const Unit&) = delete;
@@ -81,6 +84,8 @@ public:
   /// Rows after `afterId`, oldest first; of one kind only, unless `kind` is empty.
   std::vector<JournalRow> journal(std::int64_t afterId = 0, std::string_view kind = {});
 
+  /// The unit's folder; empty for a unit in memory.
+  std::filesystem::path folder() const;
   /// The file or folder that stands for an absolute path of the gateway's file system ("/NVRM/...").
   std::filesystem::path gatewayPath(std::string_view path) const;
 

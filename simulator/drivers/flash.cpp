@@ -1,7 +1,7 @@
 // The flash-management driver: boot mode, test-mode software version and reboots.
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/flashmgmt.h"
@@ -14,11 +14,11 @@ namespace gateway {
 namespace {
 
 int getBootMode(Unit& unit, ST_BOOTMODE_INFO& info) {
-  Query query(unit.database(), "SELECT boot_mode, ftm_mode FROM flash");
-  if (!query.next())
+  const std::vector<std::string> modes = unit.database().firstRow("SELECT boot_mode, ftm_mode FROM flash");
+  if (modes.empty())
     return -EIO;
-  info.ux16Bootmode = static_cast<std::uint16_t>(query.number(0));
-  info.ux16FTMmode = static_cast<std::uint16_t>(query.number(1));
+  info.ux16Bootmode = static_cast<std::uint16_t>(std::atoi(modes[0].c_str()));
+  info.ux16FTMmode = static_cast<std::uint16_t>(std::atoi(modes[1].c_str()));
   return 0;
 }
 
@@ -28,12 +28,11 @@ int setBootMode(Unit& unit, const ST_BOOTMODE_INFO& info) {
 }
 
 int getVersion(Unit& unit, char* version) {
-  Query query(unit.database(), "SELECT ftm_version FROM flash");
-  if (!query.next())
+  const std::vector<std::string> versions = unit.database().firstRow("SELECT ftm_version FROM flash");
+  if (versions.empty())
     return -EIO;
   std::memset(version, 0, ftmSoftwareVersionSize);
-  const std::string_view text = query.text(0);
-  text.copy(version, ftmSoftwareVersionSize - 1);
+  versions[0].copy(version, ftmSoftwareVersionSize - 1);
   return 0;
 }
 

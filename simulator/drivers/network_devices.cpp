@@ -15,6 +15,10 @@ constexpr const char* header = "Inter-|   Receive                               
 constexpr std::array widths{7, 7, 4, 4, 4, 5, 10, 9, 8, 7, 4, 4, 4, 5, 7, 10};
 constexpr int nameWidth = 6;
 
+std::size_t index(int column) {
+  return static_cast<std::size_t>(column) - 1;
+}
+
 std::string rightAligned(std::string_view text, int width) {
   const auto size = static_cast<std::size_t>(width);
   return std::string(text.size() < size ? size - text.size() : 0, ' ').append(text);
@@ -26,10 +30,9 @@ std::string networkDeviceText(Unit& unit) {
   std::string text = header;
   Query rows(unit.database(), "SELECT * FROM \"NetDev\" ORDER BY rowid");
   while (rows.next()) {
-    text += rightAligned(rows.text(0), nameWidth) + ":";
+    text.append(rightAligned(rows.text(0), nameWidth)).append(":");
     for (int column = 1; column < rows.columns(); ++column)
-      text +=
-          (column == 1 ? "" : " ") + rightAligned(rows.text(column), widths.at(static_cast<std::size_t>(column) - 1));
+      text.append(column == 1 ? "" : " ").append(rightAligned(rows.text(column), widths.at(index(column))));
     text += '\n';
   }
   return text;

@@ -19,7 +19,7 @@ enum class Reset { keeps, restores };
 struct StoreTable {
   const char* name;
   Reset reset;
-  unsigned writers; ///< bits of the ENUM_CFG_ROLE roles that may write it
+  unsigned writers;                             ///< bits of the ENUM_CFG_ROLE roles that may write it
   void (*settle)(Database& database) = nullptr; ///< brings the table up to date before it is read; null: it always is
 };
 

@@ -1,0 +1,271 @@
+// The program of the simulated gateway.
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "simulator/database.h"
+#include "simulator/faults.h"
+#include "simulator/store/tables.h"
+#include "simulator/supervisor.h"
+#include "simulator/unit.h"
+
+namespace {
+
+using namespace gateway;
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+constexpr auto pollTime = 20ms;
+
+struct Options {
+  std::string unit;
+  std::string service;
+  bool isFresh = false;
+  bool follows = false;
+  std::string kind;
+  std::int64_t after = 0;
+  std::string table;
+  std::string column;
+  std::string value;
+  int row = 0;
+  std::vector<std::string> fault;
+  std::string text;
+  double timeout = 10;
+};
+
+std::string serviceOfThisBuild() {
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+  return (program.parent_path().parent_path() / "userapps/FTM/FTM").string();
+}
+
+std::unique_ptr<Unit> existingUnit(const Options& options) {
+  if (!Unit::exists(options.unit))
+    throw std::runtime_error("there is no unit in " + options.unit);
+  return Unit::open(options.unit);
+}
+
+/// A text on one line: control characters and backslashes as escapes.
+std::string shown(std::string_view text) {
+  std::string line;
+  for (const char character : text) {
+    const auto code = static_cast<unsigned char>(character);
+    if (character == '\n')
+      line += "\\n";
+    else if (character == '\\')
+      line += "\\\\";
+    else if (code < ' ' || code == 0x7F) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\x%02x", code);
+      line += escape;
+    } else
+      line += character;
+  }
+  return line;
+}
+
+std::string timeText(std::int64_t ms) {
+  const auto seconds = static_cast<std::time_t>(ms / 1000);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char clock[32];
+  std::strftime(clock, sizeof clock, "%F %T", &local);
+  char text[48];
+  std::snprintf(text, sizeof text, "%s.%03d", clock, static_cast<int>(ms % 1000));
+  return text;
+}
+
+/// Prints the rows after `after` and returns the last one's id.
+std::int64_t printJournal(Unit& unit, std::int64_t after, const std::string& kind) {
+  for (const JournalRow& row : unit.journal(after, kind)) {
+    std::printf("%lld  %s  %-7s  %s\n", static_cast<long long>(row.id), timeText(row.timeMs).c_str(), row.kind.c_str(),
+                shown(row.text).c_str());
+    after = row.id;
+  }
+  std::fflush(stdout);
+  return after;
+}
+
+void journal(const Options& options) {
+  const auto unit = existingUnit(options);
+  Database::Version version = unit->database().version();
+  std::int64_t last = printJournal(*unit, options.after, options.kind);
+  while (options.follows && std::ferror(stdout) == 0) {
+    std::this_thread::sleep_for(pollTime);
+    const Database::Version now = unit->database().version();
+    if (now == version)
+      continue;
+    version = now;
+    last = printJournal(*unit, last, options.kind);
+  }
+}
+
+void listTables() {
+  for (const StoreTable& table : storeTables())
+    std::printf("%s\n", table.name);
+}
+
+void printTable(const Options& options) {
+  if (options.table.empty())
+    return listTables();
+  const auto unit = existingUnit(options);
+  const StoreTable* const table = findTable(options.table);
+  if (table == nullptr)
+    throw std::runtime_error("there is no table " + options.table);
+  Tables& tables = unit->tables();
+  const std::vector<std::string>& columns = tables.columns(*table);
+  std::printf("row  position  column                value\n");
+  for (int row = 0, rows = tables.rows(*table); row < rows; ++row)
+    for (int column = 0; column < static_cast<int>(columns.size()); ++column)
+      std::printf("%3d  %8d  %-20s  %s\n", row, column, columns[static_cast<std::size_t>(column)].c_str(),
+                  shown(tables.cell(*table, row, column).value_or("")).c_str());
+}
+
+void setCell(const Options& options) {
+  const auto unit = existingUnit(options);
+  unit->setCell(options.table, options.row, options.column, options.value);
+  unit->record("write", writeText(options.table, options.row, options.column, options.value));
+}
+
+void listFaults(const Options& options) {
+  for (const std::string& name : existingUnit(options)->faults().names())
+    std::printf("%s\n", name.c_str());
+}
+
+void describeFaults() {
+  for (const FaultForm& fault : faultForms())
+    std::printf("%-22s  %s\n", fault.form, fault.effect);
+}
+
+void switchFault(const Options& options, bool on) {
+  std::string name;
+  for (const std::string& word : options.fault)
+    name.append(name.empty() ? "" : " ").append(word);
+  existingUnit(options)->setFault(name, on);
+}
+
+/// Whether the unit's last boot has come to its end.
+bool isReady(Unit& unit) {
+  const auto boots = unit.journal(0, "boot");
+  return !boots.empty() && !unit.journal(boots.back().id, "ready").empty();
+}
+
+bool hasRow(Unit& unit, const Options& options) {
+  const auto rows = unit.journal(options.after, options.kind);
+  return std::ranges::any_of(rows, [&](const JournalRow& row) { return row.text.find(options.text) != row.text.npos; });
+}
+
+/// Waits until a condition of the unit holds; a unit that is not there yet has none.
+template <class Condition>
+void waitUntil(const Options& options, Condition condition) {
+  const auto limit = steady_clock::now() + std::chrono::duration<double>(options.timeout);
+  std::unique_ptr<Unit> unit;
+  for (;; std::this_thread::sleep_for(pollTime)) {
+    if (unit == nullptr && Unit::exists(options.unit))
+      unit = Unit::open(options.unit);
+    if (unit != nullptr && condition(*unit))
+      return;
+    if (steady_clock::now() >= limit)
+      throw std::runtime_error("it did not come to that in time");
+  }
+}
+
+void addUnit(CLI::App& command, Options& options) {
+  command.add_option("--unit", options.unit, "Folder of the unit")->envname(unitVariable)->required();
+}
+
+void addUp(CLI::App& app, Options& options, int& status) {
+  CLI::App* const up = app.add_subcommand("up", "Run the unit until Ctrl-C");
+  addUnit(*up, options);
+  up->add_flag("--fresh", options.isFresh, "Put the unit back to factory state first");
+  up->add_option("--service", options.service, "Program of the service")->default_val(serviceOfThisBuild());
+  up->callback(
+      [&] { status = supervise({.unit = options.unit, .service = options.service, .isFresh = options.isFresh}); });
+}
+
+void addJournal(CLI::App& app, Options& options) {
+  CLI::App* const command = app.add_subcommand("journal", "Show what happened on the unit");
+  addUnit(*command, options);
+  command->add_flag("--follow", options.follows, "Go on with what happens from now on");
+  command->add_option("--kind", options.kind, "Rows of this kind only");
+  command->add_option("--after", options.after, "Rows after this number only");
+  command->callback([&] { journal(options); });
+}
+
+void addTable(CLI::App& app, Options& options) {
+  CLI::App* const command = app.add_subcommand("table", "Show a table of the configuration store, or their names");
+  addUnit(*command, options);
+  command->add_option("NAME", options.table, "The table");
+  command->callback([&] { printTable(options); });
+}
+
+void addSet(CLI::App& app, Options& options) {
+  CLI::App* const command = app.add_subcommand("set", "Set a cell of the configuration store");
+  addUnit(*command, options);
+  command->add_option("TABLE", options.table)->required();
+  command->add_option("COLUMN", options.column)->required();
+  command->add_option("VALUE", options.value)->required();
+  command->add_option("--row", options.row, "Row, counted from 0")->check(CLI::NonNegativeNumber);
+  command->callback([&] { setCell(options); });
+}
+
+void addFault(CLI::App& app, Options& options) {
+  CLI::App* const command = app.add_subcommand("fault", "Make things of the unit fail");
+  command->require_subcommand(1);
+  CLI::App* const list = command->add_subcommand("list", "Show the faults that are on");
+  addUnit(*list, options);
+  list->callback([&] { listFaults(options); });
+  command->add_subcommand("names", "Show all names")->callback(describeFaults);
+  for (const bool on : {true, false}) {
+    CLI::App* const change = command->add_subcommand(on ? "on" : "off", on ? "Switch one on" : "Switch one off");
+    addUnit(*change, options);
+    change->add_option("NAME", options.fault, "Name of the fault, as \"fault names\" shows them")->required();
+    change->callback([&options, on] { switchFault(options, on); });
+  }
+}
+
+void addWait(CLI::App& app, Options& options) {
+  CLI::App* const command = app.add_subcommand("wait", "Wait for the unit");
+  command->require_subcommand(1);
+  CLI::App* const ready = command->add_subcommand("ready", "Wait until the service is ready after the last boot");
+  CLI::App* const row = command->add_subcommand("row", "Wait for a row of the journal");
+  for (CLI::App* const kind : {ready, row}) {
+    addUnit(*kind, options);
+    kind->add_option("--timeout", options.timeout, "Seconds")->capture_default_str();
+  }
+  row->add_option("KIND", options.kind)->required();
+  row->add_option("TEXT", options.text, "Part of the row's text");
+  row->add_option("--after", options.after, "Rows after this number only");
+  ready->callback([&] { waitUntil(options, isReady); });
+  row->callback([&] { waitUntil(options, [&](Unit& unit) { return hasRow(unit, options); }); });
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  int status = EXIT_SUCCESS;
+  CLI::App app("A gateway on a desk, with the test-mode service on it.", "gateway");
+  app.require_subcommand(1);
+  addUp(app, options, status);
+  addJournal(app, options);
+  addTable(app, options);
+  addSet(app, options);
+  addFault(app, options);
+  addWait(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Error& error) {
+    return app.exit(error);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "gateway: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+  return status;
+}
