@@ -37,6 +37,9 @@ bool hasDataCircuit(Database& database) {
 bool radioIsOn(Database& database) {
   return hasRow(database, "SELECT 1 FROM \"WlanConfig\" WHERE \"Enabled\" = '1'");
 }
+bool hasUsbDevice(Database& database) {
+  return hasRow(database, "SELECT 1 FROM usb_devices");
+}
 template <int row>
 bool portIsUp(Database& database) {
   Query query(database, "SELECT \"Link\" FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET ?", row);
@@ -50,8 +53,9 @@ struct OwnLed {
 
 /// The LEDs that the unit drives by itself; the others are dark outside factory test mode.
 constexpr OwnLed ownLeds[] = {
-    {ePowerGrnLed, always},     {eDSLGrnLed, lineIsUp}, {eDSLRedLed, lineTrains}, {5, hasDataCircuit}, {7, radioIsOn},
-    {eEth0GrnLed, portIsUp<0>}, {13, portIsUp<1>},      {14, portIsUp<2>},        {15, portIsUp<3>},
+    {ePowerGrnLed, always}, {eDSLGrnLed, lineIsUp},     {eDSLRedLed, lineTrains},   {5, hasDataCircuit},
+    {7, radioIsOn},         {eUSBGrnLed, hasUsbDevice}, {eEth0GrnLed, portIsUp<0>}, {13, portIsUp<1>},
+    {14, portIsUp<2>},      {15, portIsUp<3>},
 };
 
 bool isLitByItself(Database& database, int number) {

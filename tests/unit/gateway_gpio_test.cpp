@@ -14,6 +14,7 @@
 #include "platform/gpioctrl.h"
 #include "simulator/drivers/gpio.h"
 #include "simulator/drivers/line.h"
+#include "simulator/drivers/scsi.h"
 #include "simulator/unit.h"
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
@@ -133,6 +134,14 @@ TEST_F(Gpio, EthernetLedsFollowTheirPorts) {
 TEST_F(Gpio, WirelessLedFollowsTheRadio) {
   unit().setCell("WlanConfig", 0, "Enabled", "0");
   EXPECT_EQ(lit().count("eWirelessGrnLed"), 0U);
+}
+
+TEST_F(Gpio, UsbLedIsLitWhileADeviceIsPluggedIn) {
+  EXPECT_EQ(read(eUSBGrnLed), 0);
+  gateway::plugUsb(unit(), {"Vendor", "Stick", "1.00"});
+  EXPECT_EQ(read(eUSBGrnLed), 1);
+  gateway::unplugUsb(unit());
+  EXPECT_EQ(read(eUSBGrnLed), 0);
 }
 
 TEST_F(Gpio, AnLedThatIsWrittenOutsideTestModeGoesOnShowingTheUnit) {
