@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <thread>
 
 #include "platform/cfg_api.h"
@@ -425,10 +426,11 @@ TEST_F(FTM_Task, ADatagramIsCutToTheSizeOfAQueueEntry) {
 
 TEST_F(FTM_Task, ABurstOf100000DatagramsIsQueuedWithoutWalkingTheQueue) {
   constexpr int burst = 100'000;
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   for (int i = 0; i < burst; ++i)
     queued(std::to_string(i));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  const auto processorTime = std::chrono::seconds((std::clock() - start) / CLOCKS_PER_SEC);
+  EXPECT_LT(processorTime, std::chrono::seconds(5));
   for (int i = 0; i < burst; ++i)
     ASSERT_EQ(taken(), std::to_string(i));
   EXPECT_EQ(pstTFTPPacket.load(), nullptr);
@@ -597,11 +599,9 @@ protected:
 TEST_F(StartUp, FollowsItsOrder) {
   FtmStartUp();
   EXPECT_THAT(journal(),
-              ElementsAre(AllOf(StartsWith("log"), HasSubstr("FTM Started")), "step clear the four-port counters",
-                          "step thread ClientAge", "step thread tftp_task", "step thread WrLsTask", "step socket",
-                          "step bind 77", AllOf(StartsWith("remove"), HasSubstr("/NVRM/current.cfg")),
-                          AllOf(StartsWith("remove"), HasSubstr("/NVRM/current.bak")),
-                          AllOf(StartsWith("remove"), HasSubstr("/NVRM/PTM_MODE"))));
+              ElementsAre("log info FTM Started\n", "step clear the four-port counters", "step thread ClientAge",
+                          "step thread tftp_task", "step thread WrLsTask", "step socket", "step bind 77",
+                          "remove /NVRM/current.cfg", "remove /NVRM/current.bak", "remove /NVRM/PTM_MODE"));
   EXPECT_EQ(servSock, 77);
 }
 
@@ -641,40 +641,44 @@ using StartUpDeathTest = StartUp;
 
 TEST_F(StartUpDeathTest, EndsWithStatus255WhenTheAgeingThreadCannotBeStarted) {
   kernel.failingStep = "ClientAge";
-  EXPECT_EXIT(startAndEnd(), ExitedWithCode(255),
-              AllOf(HasSubstr("FTM FATAL: failed to start timeout_thread thread\n"), Not(HasSubstr("tftp_task"))));
+  EXPECT_EXIT(
+      startAndEnd(), ExitedWithCode(255),
+      AllOf(HasSubstr("log err FTM FATAL: failed to start timeout_thread thread\n"), Not(HasSubstr("tftp_task"))));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255WhenTheServerTaskCannotBeStarted) {
   kernel.failingStep = "tftp_task";
   EXPECT_EXIT(startAndEnd(), ExitedWithCode(255),
-              AllOf(HasSubstr("FTM FATAL: failed to start tftp_task thread\n"), Not(HasSubstr("WrLsTask"))));
+              AllOf(HasSubstr("log err FTM FATAL: failed to start tftp_task thread\n"), Not(HasSubstr("WrLsTask"))));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255WhenTheWirelessTaskCannotBeStarted) {
   kernel.failingStep = "WrLsTask";
   EXPECT_EXIT(startAndEnd(), ExitedWithCode(255),
-              AllOf(HasSubstr("FTM FATAL: failed to start WrLsTaskThread thread\n"), Not(HasSubstr("socket"))));
+              AllOf(HasSubstr("log err FTM FATAL: failed to start WrLsTaskThread thread\n"), Not(HasSubstr("socket"))));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255WithoutASocket) {
   kernel.failingStep = "socket";
-  EXPECT_EXIT(startAndEnd(), ExitedWithCode(255), AllOf(HasSubstr("socket() failed\n"), Not(HasSubstr("step bind"))));
+  EXPECT_EXIT(startAndEnd(), ExitedWithCode(255),
+              AllOf(HasSubstr("log err socket() failed\n"), Not(HasSubstr("step bind"))));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255AfterStartingItsThreadsWhenPort69IsTaken) {
   kernel.failingStep = "bind";
   EXPECT_EXIT(startAndEnd(), ExitedWithCode(255),
               AllOf(HasSubstr("step thread ClientAge\nstep thread tftp_task\nstep thread WrLsTask\n"),
-                    HasSubstr("bind() failed\n"), Not(HasSubstr("/NVRM"))));
+                    HasSubstr("log err bind() failed\n"), Not(HasSubstr("/NVRM"))));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255WhenReceivingFails) {
-  EXPECT_EXIT(receiveAndEnd(-1), ExitedWithCode(255), testing::ContainsRegex("recvfrom.. failed\n.*recvfrom.. failed"));
+  EXPECT_EXIT(receiveAndEnd(-1), ExitedWithCode(255),
+              HasSubstr("log err recvfrom() failed\n\nlog err recvfrom() failed\n"));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255OnADatagramWithoutBytes) {
-  EXPECT_EXIT(receiveAndEnd(0), ExitedWithCode(255), testing::ContainsRegex("recvfrom.. failed\n.*recvfrom.. failed"));
+  EXPECT_EXIT(receiveAndEnd(0), ExitedWithCode(255),
+              HasSubstr("log err recvfrom() failed\n\nlog err recvfrom() failed\n"));
 }
 
 TEST_F(StartUpDeathTest, ALastMessageIsItsOwnFormat) {
@@ -683,7 +687,7 @@ TEST_F(StartUpDeathTest, ALastMessageIsItsOwnFormat) {
         printJournalAtExit();
         DieWithError("100%% dead");
       },
-      ExitedWithCode(255), HasSubstr("100% dead\n"));
+      ExitedWithCode(255), HasSubstr("log err 100% dead\n"));
 }
 
 // Shutdown of the non-essential applications

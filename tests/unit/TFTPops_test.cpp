@@ -8,7 +8,6 @@ using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::internal::CaptureStdout;
@@ -114,7 +113,7 @@ TEST_F(TFTPops, AnErrorPacketEndsTheWaitForDataAtOnce) {
   arrives(40, error(0, "stop"));
   EXPECT_EQ(getData().result, -1);
   EXPECT_EQ(gateway::clock::nowMs(), 40);
-  EXPECT_THAT(logged(), ElementsAre(HasSubstr("FTM_getData: expecting data packet, got error packet")));
+  EXPECT_THAT(logged(), ElementsAre(debugLine("FTM_getData: expecting data packet, got error packet")));
   EXPECT_THAT(sent(), IsEmpty());
 }
 
@@ -146,7 +145,7 @@ TEST_F(TFTPops, DataIsTakenWhenItArrives) {
 TEST_F(TFTPops, DataIsAwaitedFor301TimesTenMilliseconds) {
   EXPECT_EQ(getData().result, -2);
   EXPECT_EQ(gateway::clock::nowMs(), 3010);
-  EXPECT_THAT(logged(), ElementsAre(HasSubstr("FTM_getData: timeout waiting for data packet")));
+  EXPECT_THAT(logged(), ElementsAre(debugLine("FTM_getData: timeout waiting for data packet")));
   EXPECT_THAT(sent(), IsEmpty());
 }
 

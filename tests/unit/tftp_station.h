@@ -45,6 +45,11 @@ inline std::string error(unsigned int code, const std::string& text) {
   return wire(5) + wire(code) + text + "\0"s;
 }
 
+/// A line of the log, as the journal shows it.
+inline std::string debugLine(const std::string& text) {
+  return "debug " + text + "\n";
+}
+
 /// Bytes that differ from block to block.
 inline std::string fileOf(std::size_t size) {
   std::string text(size, '\0');
