@@ -5,8 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-/// Space, tab, line feed, carriage return.
-inline constexpr const char* xmlWhiteSpace = " \t\n\r";
+constexpr bool isXmlSpace(char character) {
+  return character == ' ' || character == '\t' || character == '\n' || character == '\r';
+}
 
 /// Logs at LOG_ERR and ends the process with status 255.
 [[noreturn]] void xmlOutOfMemory();

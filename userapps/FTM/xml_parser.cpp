@@ -94,27 +94,38 @@ std::string_view takeValue(std::string_view& text) {
   const bool quoted = text.starts_with('"');
   if (quoted)
     text.remove_prefix(1);
-  const std::size_t end = quoted ? text.find('"') : text.find_first_of(xmlWhiteSpace);
-  const std::string_view value = text.substr(0, end);
-  text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+  const auto isEnd = [quoted](char character) { return quoted ? character == '"' : isXmlSpace(character); };
+  const auto length = static_cast<std::size_t>(std::find_if(text.begin(), text.end(), isEnd) - text.begin());
+  const std::string_view value = text.substr(0, length);
+  text.remove_prefix(std::min(length + 1, text.size()));
   return value;
 }
 
-void skipWhiteSpace(std::string_view& text) {
-  text.remove_prefix(std::min(text.find_first_not_of(xmlWhiteSpace), text.size()));
+void skipSpace(std::string_view& text) {
+  while (!text.empty() && isXmlSpace(text.front()))
+    text.remove_prefix(1);
+}
+
+/// Takes an attribute's name and the "=" from the start of `text`. Returns nothing when there is no name or no "=".
+std::string_view takeName(std::string_view& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string_view::npos)
+    return {};
+  std::string_view name = text.substr(0, equals);
+  text.remove_prefix(equals + 1);
+  while (!name.empty() && isXmlSpace(name.back()))
+    name.remove_suffix(1);
+  return name;
 }
 
 /// The attributes of a start tag, as far as they can be read.
 void readAttributes(ST_XML_ELEMENT& element, std::string_view text) {
   for (;;) {
-    skipWhiteSpace(text);
-    const std::size_t equals = text.find('=');
-    if (equals == 0 || equals == std::string_view::npos)
+    skipSpace(text);
+    const std::string_view name = takeName(text);
+    if (name.empty())
       return;
-    const std::size_t nameLength = text.find_last_not_of(xmlWhiteSpace, equals - 1) + 1;
-    const std::string_view name = text.substr(0, nameLength);
-    text.remove_prefix(equals + 1);
-    skipWhiteSpace(text);
+    skipSpace(text);
     const std::string_view value = takeValue(text);
     xmlAppend(element.m_attrnames, xmlCopy(name.data(), name.size()));
     char* const decoded = xmlCopy(value.data(), value.size());
@@ -145,16 +156,24 @@ ST_XML_ELEMENT* createElement(const ElementParts& parts) {
   return element;
 }
 
-/// The "<" of the end tag that belongs to a start tag, or null. Names are compared over the length of `tag` only, and
-/// a self-closing element of the same name counts as open: on purpose.
-char* findEndTag(char* content, const char* tag) {
-  const std::size_t length = std::strlen(tag);
+/// Reads no further than the first difference, so never past the end of `text`.
+bool startsWith(const char* text, std::string_view prefix) {
+  for (const char character : prefix) {
+    if (*text++ != character)
+      return false;
+  }
+  return true;
+}
+
+/// The "<" of the end tag that belongs to a start tag, or null. Names are compared over the length of the start tag's
+/// only, and a self-closing element of the same name counts as open: on purpose.
+char* findEndTag(char* content, std::string_view tag) {
   std::size_t open = 1;
   for (char* bracket = std::strchr(content, '<'); bracket != nullptr; bracket = std::strchr(content, '<')) {
     content = bracket + 1;
     skip_space(&content);
-    if (std::strncmp(content, tag, length) == 0) {
-      content += length;
+    if (startsWith(content, tag)) {
+      content += tag.size();
       ++open;
       continue;
     }
@@ -162,9 +181,9 @@ char* findEndTag(char* content, const char* tag) {
       continue;
     ++content;
     skip_space(&content);
-    if (std::strncmp(content, tag, length) != 0)
+    if (!startsWith(content, tag))
       continue;
-    content += length;
+    content += tag.size();
     if (--open == 0)
       return bracket;
   }
@@ -198,12 +217,14 @@ bool readElement(char*& cursor, ElementParts& parts) {
   cursor = end + 1;
   parts = {};
   parts.tag = start;
-  parts.attrbrk = std::strpbrk(start, "\n\r") != nullptr;
   parts.hasbody = end[-1] != '/'; // at least the "<" stands before the ">"
   if (parts.hasbody == 0)
     end[-1] = '\0';
-  char* const nameEnd = start + std::strcspn(start, xmlWhiteSpace);
+  char* nameEnd = start;
+  while (*nameEnd != '\0' && !isXmlSpace(*nameEnd))
+    ++nameEnd;
   if (*nameEnd != '\0') {
+    parts.attrbrk = std::strpbrk(nameEnd, "\n\r") != nullptr;
     *nameEnd = '\0';
     parts.attributes = nameEnd + 1;
   }
@@ -248,7 +269,7 @@ char* skipConstruct(char* cursor) {
     if (cursor == nullptr)
       return false;
     ++cursor;
-    if (std::strncmp(cursor, declarationStart.data(), declarationStart.size()) == 0)
+    if (startsWith(cursor, declarationStart))
       return readDeclaration(cursor, parts);
     if (*cursor != '!')
       return readElement(cursor, parts);

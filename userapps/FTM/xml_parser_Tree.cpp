@@ -186,12 +186,13 @@ char* strdup_xml(const char* str) {
 void trim_right(char* data) {
   if (data == nullptr)
     return;
-  for (char* end = data + std::strlen(data); end != data && std::strchr(xmlWhiteSpace, end[-1]) != nullptr; --end)
+  for (char* end = data + std::strlen(data); end != data && isXmlSpace(end[-1]); --end)
     end[-1] = '\0';
 }
 
 void skip_space(char** szDataptr) {
-  *szDataptr += std::strspn(*szDataptr, xmlWhiteSpace);
+  while (isXmlSpace(**szDataptr))
+    ++*szDataptr;
 }
 
 int replace_string(char** srcstr, const char* oldstr, const char* newstr) {
