@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "simulator/circuit.h"
 #include "simulator/database.h"
 #include "simulator/faults.h"
 #include "simulator/store/tables.h"
@@ -36,6 +37,8 @@ struct Options {
   std::string value;
   int row = 0;
   std::vector<std::string> fault;
+  std::string circuit;
+  std::string macAddress;
   std::string text;
   double timeout = 10;
 };
@@ -150,6 +153,11 @@ void switchFault(const Options& options, bool on) {
   existingUnit(options)->setFault(name, on);
 }
 
+void requireCircuit(bool done, const Options& options) {
+  if (!done)
+    throw std::runtime_error("there can be no such circuit: " + options.circuit);
+}
+
 /// Whether the unit's last boot has come to its end.
 bool isReady(Unit& unit) {
   const auto boots = unit.journal(0, "boot");
@@ -230,6 +238,21 @@ void addFault(CLI::App& app, Options& options) {
   }
 }
 
+void addCircuit(CLI::App& app, Options& options) {
+  CLI::App* const command = app.add_subcommand("circuit", "Change the ATM circuit of the data interface");
+  command->require_subcommand(1);
+  CLI::App* const make = command->add_subcommand("new", "Make a circuit");
+  CLI::App* const unmake = command->add_subcommand("delete", "Delete a circuit");
+  for (CLI::App* const change : {make, unmake}) {
+    addUnit(*change, options);
+    change->add_option("CIRCUIT", options.circuit, "1.VPI.VCI")->required();
+  }
+  make->add_option("MAC-ADDRESS", options.macAddress)->required();
+  make->callback(
+      [&] { requireCircuit(newCircuit(*existingUnit(options), options.circuit, options.macAddress), options); });
+  unmake->callback([&] { requireCircuit(deleteCircuit(*existingUnit(options), options.circuit), options); });
+}
+
 void addWait(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("wait", "Wait for the unit");
   command->require_subcommand(1);
@@ -258,6 +281,7 @@ int main(int argc, char** argv) {
   addTable(app, options);
   addSet(app, options);
   addFault(app, options);
+  addCircuit(app, options);
   addWait(app, options);
   try {
     app.parse(argc, argv);

@@ -40,7 +40,7 @@ bool isTrained(std::int64_t sinceMs) {
 }
 
 bool isTraining(Database& database) {
-  return Query(database, "SELECT 1 FROM line WHERE state = 'training'").next();
+  return !database.firstRow("SELECT 1 FROM line WHERE state = 'training'").empty();
 }
 
 LineState stateNow(Database& database) {
