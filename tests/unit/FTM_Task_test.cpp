@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "platform/cfg_api.h"
@@ -603,6 +605,18 @@ TEST_F(StartUp, FollowsItsOrder) {
                           "step thread tftp_task", "step thread WrLsTask", "step socket", "step bind 77",
                           "remove /NVRM/current.cfg", "remove /NVRM/current.bak", "remove /NVRM/PTM_MODE"));
   EXPECT_EQ(servSock, 77);
+}
+
+TEST_F(StartUp, RemovesWhatAnEarlierRunLeft) {
+  std::vector<std::filesystem::path> leftOver;
+  for (const char* path : {"/NVRM/current.cfg", "/NVRM/current.bak", "/NVRM/PTM_MODE"}) {
+    leftOver.push_back(unit().gatewayPath(path));
+    std::filesystem::create_directories(leftOver.back().parent_path());
+    std::ofstream(leftOver.back()) << "left over";
+  }
+  FtmStartUp();
+  for (const auto& path : leftOver)
+    EXPECT_FALSE(std::filesystem::exists(path)) << path;
 }
 
 TEST_F(StartUp, BindsUdpPort69OfEveryAddress) {

@@ -14,12 +14,10 @@ int ServerBlockSeqError;
 
 namespace {
 
-using std::chrono_literals::operator""ms;
-
 constexpr int ackPolls = 13;
-constexpr BoardTime ackPoll = 250ms;
+constexpr BoardTime ackPoll = std::chrono::milliseconds(250);
 constexpr int dataPolls = 301;
-constexpr BoardTime dataPoll = 10ms;
+constexpr BoardTime dataPoll = std::chrono::milliseconds(10);
 
 /// 16-bit field of a datagram, zero when it lies beyond the datagram's end.
 std::uint16_t fieldAt(const ReceivedDatagram& datagram, std::size_t offset) {

@@ -10,12 +10,9 @@
 
 namespace {
 
-using std::chrono_literals::operator""ms;
-using std::chrono_literals::operator""min;
-
-constexpr BoardTime reackWindow = 12 * 250ms; // 12 polls of the task
+constexpr BoardTime reackWindow = 12 * std::chrono::milliseconds(250); // 12 polls of the task
 constexpr BoardTime closedWindow{0};
-constexpr BoardTime idleWait = 1min;
+constexpr BoardTime idleWait = std::chrono::minutes(1);
 
 /// DATA outside a transfer is either the last block of the last write, whose answer was lost, or stray.
 void answerStrayData(TftpTaskState& state) {
