@@ -215,6 +215,16 @@ TEST_F(OperationFile, EnterClearsTheErrorOfAnEarlierWrite) {
   EXPECT_EQ(message(), "");
 }
 
+TEST_F(OperationFile, EachCommandOfATestClearsTheErrorRecordItself) {
+  std::string text = enter("<BCOM_WIRELESS/>") + "<EXIT_TEST/>";
+  const XmlTree document(create_xml_object(text.data()));
+  for (const auto command : {ProcessENTER_TEST, ProcessEXIT_TEST}) {
+    FTM_FlgErrorTFTP(0, szWrFail, 0);
+    EXPECT_EQ(command(document.get()), 0);
+    EXPECT_EQ(message(), "");
+  }
+}
+
 TEST_F(OperationFile, EnterWinsOverARebootBesideIt) {
   EXPECT_EQ(put("<REBOOT/>" + enter("<BCOM_WIRELESS/>")), 0);
   EXPECT_EQ(unFtmState.usWd, wirelessTestMask);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <sys/wait.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -17,6 +18,7 @@
 #include "simulator/unit.h"
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
+#include "userapps/FTM/FTM_Apis.h"
 
 using gateway::LineState;
 using testing::ElementsAre;
@@ -204,6 +206,86 @@ TEST_F(Circuit, TextThatNamesNoneChangesNothing) {
   }
   EXPECT_THAT(rowsOf(unit(), "VccStat", 3), ElementsAre(Row{"nas0", "0", "35"}));
   EXPECT_EQ(atmCircuit(unit()), "0.35");
+}
+
+// The init scripts, run as the service runs them on a unit that other programs work on too.
+
+class Scripts : public testing::Test {
+protected:
+  Scripts() : m_folder((std::filesystem::temp_directory_path() / "unit-XXXXXX").string()) {
+    mkdtemp(m_folder.data());
+    m_previous = gateway::useUnit(gateway::Unit::open(m_folder));
+    setenv("GATEWAY_UNIT", m_folder.c_str(), 1);
+  }
+  ~Scripts() override {
+    unsetenv("GATEWAY_UNIT");
+    gateway::useUnit(std::move(m_previous));
+    std::filesystem::remove_all(m_folder);
+  }
+
+  static gateway::Unit& unit() { return gateway::theUnit(); }
+
+  /// Exit status of a command.
+  static int run(const std::string& command) {
+    const int status = board_system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  static std::vector<std::string> circuitRows() {
+    std::vector<std::string> rows;
+    for (const auto& row : unit().journal(0, "circuit"))
+      rows.push_back(row.text);
+    return rows;
+  }
+
+private:
+  std::string m_folder;
+  std::unique_ptr<gateway::Unit> m_previous;
+};
+
+TEST_F(Scripts, MoveTheCircuit) {
+  EXPECT_EQ(run("/etc/init.d/DelOrgVpiVci.sh 1.0.35"), 0);
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 3), IsEmpty());
+  EXPECT_EQ(run("/etc/init.d/NewVpiVci.sh 1.8.36 02:aa:bb:cc:dd:ee"), 0);
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 4), ElementsAre(Row{"nas0", "8", "36", "02:aa:bb:cc:dd:ee"}));
+  EXPECT_EQ(atmCircuit(unit()), "8.36");
+  EXPECT_THAT(circuitRows(), ElementsAre("deleted 1.0.35", "new 1.8.36 02:aa:bb:cc:dd:ee"));
+}
+
+TEST_F(Scripts, MoveTheCircuitForTheService) {
+  EXPECT_EQ(ftm_ChangeVpiVci("8", "36"), 0);
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 3), ElementsAre(Row{"nas0", "8", "36"}));
+  EXPECT_EQ(ftm_ChangeVpiVci("8", "no number"), 0); // what the scripts return is not looked at
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 3), IsEmpty());
+}
+
+TEST_F(Scripts, RefuseWhateverNamesNoCircuitAndRunNoneOfIt) {
+  const std::vector<std::string> arguments = {"",       "\"\"",          "1.8.36x",        "'1.8.36; touch ran'",
+                                              "--help", "-- 1.8.36x",    "'$(touch ran)'", "'`touch ran`.1'",
+                                              "'*'",    "'1.8.36\n1.8'", "\"'\"",          "'1.8.\"36\"' '\"'"};
+  for (const std::string& argument : arguments) {
+    EXPECT_NE(run("cd " + unit().gatewayPath("/").string() + " && \"$GATEWAY_TOOLS\"/etc/init.d/NewVpiVci.sh " +
+                  argument + " 2>/dev/null"),
+              0)
+        << argument;
+    EXPECT_NE(run("cd " + unit().gatewayPath("/").string() + " && \"$GATEWAY_TOOLS\"/etc/init.d/DelOrgVpiVci.sh " +
+                  argument + " 2>/dev/null"),
+              0)
+        << argument;
+  }
+  EXPECT_FALSE(std::filesystem::exists(unit().gatewayPath("/ran")));
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 3), ElementsAre(Row{"nas0", "0", "35"}));
+  EXPECT_EQ(circuitRows().size(), 2 * arguments.size());
+}
+
+TEST_F(Scripts, KeepAnyAddressAsItIs) {
+  EXPECT_EQ(run("/etc/init.d/NewVpiVci.sh 1.8.36 '$(touch ran); \"'"), 0);
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 4), ElementsAre(Row{"nas0", "8", "36", "$(touch ran); \""}));
+}
+
+TEST_F(Scripts, TakeNoAddressForAnEmptyOne) {
+  EXPECT_EQ(run("/etc/init.d/NewVpiVci.sh 1.8.36"), 0);
+  EXPECT_THAT(rowsOf(unit(), "VccStat", 4), ElementsAre(Row{"nas0", "8", "36", ""}));
 }
 
 } // namespace

@@ -118,6 +118,9 @@ TEST_F(Gpio, ReadyIsGreenWhileTheLineIsUpAndRedWhileItTrains) {
 
 TEST_F(Gpio, InternetIsLitWhileTheLineIsUpAndHasItsCircuit) {
   EXPECT_EQ(lit().count("eInternetGrnLed"), 1U);
+  setLine(LineState::training);
+  EXPECT_EQ(lit().count("eInternetGrnLed"), 0U);
+  setLine(LineState::up);
   unit().clearTable("VccStat");
   EXPECT_EQ(lit().count("eInternetGrnLed"), 0U);
 }
