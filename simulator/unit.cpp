@@ -25,7 +25,7 @@ namespace {
 constexpr const char* databaseFile = "unit.db";
 constexpr const char* lockFile = "unit.lock";
 constexpr const char* gatewayRoot = "root";
-constexpr int schemaVersion = 1;
+constexpr int schemaVersion = 2;
 
 /// Held while a unit is made, so that two processes don't make it twice.
 class CreationLock {

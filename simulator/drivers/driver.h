@@ -53,9 +53,14 @@ std::string requestText(unsigned long request);
 /// Whether a text is one that requestText() gives.
 bool isRequestText(std::string_view text);
 
+/// Name of the interface that a control-socket request is for.
+std::string interfaceName(const ifreq& request);
+
 extern const Requests flashRequests;
 extern const Requests gpioRequests;
 extern const Requests adslRequests;
+extern const Requests ethernetRequests;
+extern const Requests wirelessRequests;
 
 std::string networkDeviceText(Unit& unit);
 std::string scsiListingText(Unit& unit);

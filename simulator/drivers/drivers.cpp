@@ -1,11 +1,15 @@
 #include "simulator/drivers/driver.h"
 
+#include <linux/sockios.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/adsldrv.h"
+#include "platform/bcmnet.h"
 #include "platform/flashmgmt.h"
 #include "platform/gpioctrl.h"
 
@@ -21,7 +25,12 @@ const std::array drivers{
     Driver{adslDevice, adslRequests},
 };
 
-const std::array<SocketDriver, 0> requestsOfSockets{};
+const std::array requestsOfSockets{
+    SocketDriver{SIOCGIFFLAGS, ethernetRequests},
+    SocketDriver{SIOCGLINKSTATE, ethernetRequests},
+    SocketDriver{SIOCCURRENTSPEED, ethernetRequests},
+    SocketDriver{SIOCDEVPRIVATE, wirelessRequests},
+};
 
 const std::array textFiles{
     TextFile{"/proc/net/dev", networkDeviceText},
@@ -51,6 +60,10 @@ const TextFile* findTextFile(std::string_view path) {
 const SocketDriver* findSocketDriver(unsigned long request) {
   const auto found = std::ranges::find(requestsOfSockets, request, &SocketDriver::request);
   return found == requestsOfSockets.end() ? nullptr : &*found;
+}
+
+std::string interfaceName(const ifreq& request) {
+  return {request.ifr_name, strnlen(request.ifr_name, sizeof request.ifr_name)};
 }
 
 std::string requestText(unsigned long request) {

@@ -3,6 +3,7 @@
 
 #include "simulator/database.h"
 #include "simulator/drivers/driver.h"
+#include "simulator/drivers/ethernet.h"
 #include "simulator/unit.h"
 
 namespace gateway {
@@ -27,6 +28,7 @@ std::string rightAligned(std::string_view text, int width) {
 } // namespace
 
 std::string networkDeviceText(Unit& unit) {
+  moveTraffic(unit);
   std::string text = header;
   Query rows(unit.database(), "SELECT * FROM \"NetDev\" ORDER BY rowid");
   while (rows.next()) {

@@ -209,6 +209,40 @@ CREATE TABLE usb_devices (
   ansi_rev INTEGER NOT NULL
 );
 
+-- A port's link, and its speed and counts while that is up, are in "SwitchStat", port N in data row N - 1.
+CREATE TABLE switch_ports (
+  port INTEGER PRIMARY KEY,
+  megabits INTEGER NOT NULL -- while the link is up
+);
+
+CREATE TABLE net_devices (
+  name TEXT PRIMARY KEY,
+  flags INTEGER NOT NULL,     -- of the kernel, without IFF_RUNNING, which follows the link
+  switch_row INTEGER NOT NULL -- data row of "SwitchStat" whose link it has
+) WITHOUT ROWID;
+
+CREATE TABLE traffic (
+  is_on INTEGER NOT NULL,
+  moved_until_ms INTEGER NOT NULL -- time on the clock up to which the counters have moved
+);
+
+CREATE TABLE radio (
+  interface TEXT NOT NULL,
+  mac TEXT NOT NULL,
+  is_up INTEGER NOT NULL,
+  ssid TEXT NOT NULL,
+  ssid_length INTEGER NOT NULL, -- that the driver reports; -1: that of the SSID
+  hw_channel INTEGER NOT NULL,
+  target_channel INTEGER NOT NULL,
+  scan_channel INTEGER NOT NULL,
+  country TEXT NOT NULL
+);
+
+CREATE TABLE radio_variables (
+  name TEXT PRIMARY KEY,
+  value TEXT NOT NULL -- its bytes in hexadecimal
+) WITHOUT ROWID;
+
 CREATE TABLE faults (name TEXT PRIMARY KEY) WITHOUT ROWID;
 
 CREATE TABLE messages (id INTEGER PRIMARY KEY AUTOINCREMENT, subject TEXT NOT NULL, body TEXT NOT NULL);

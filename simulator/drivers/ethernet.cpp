@@ -1,0 +1,225 @@
+// The Ethernet driver and the switch behind it. Links and counts are those of "SwitchStat" and "NetDev"; a network
+// device has the link and the speed of its switch port.
+#include "simulator/drivers/ethernet.h"
+
+#include <linux/sockios.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+
+#include "platform/bcmnet.h"
+#include "simulator/clock.h"
+#include "simulator/database.h"
+#include "simulator/drivers/driver.h"
+#include "simulator/unit.h"
+
+namespace gateway {
+
+namespace {
+
+constexpr std::int64_t bitsPerMegabit = 1'000'000;
+constexpr int portSpeeds[] = {10, 100, 1000};
+
+constexpr const char* linkUp = "up";
+constexpr const char* linkDown = "down";
+
+// Of one step of traffic on each link.
+constexpr std::int64_t stepMs = 10;
+constexpr std::int64_t packetsPerStep = 2;
+constexpr std::int64_t packetSize = 512;
+constexpr std::int64_t cellsPerPacket = 11; // of 48 bytes each
+
+struct NetworkDevice {
+  std::int64_t flags;
+  bool isUp;
+  std::int64_t megabits;
+};
+
+std::optional<NetworkDevice> findDevice(Unit& unit, const std::string& name) {
+  Query device(unit.database(), "SELECT flags, switch_row FROM net_devices WHERE name = ?", name);
+  if (!device.next())
+    return std::nullopt;
+  NetworkDevice found{device.number(0), false, 0};
+  Query port(unit.database(), "SELECT \"Link\", \"Speed\" FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET ?",
+             device.number(1));
+  if (port.next()) {
+    found.isUp = port.text(0) == linkUp;
+    found.megabits = port.number(1);
+  }
+  return found;
+}
+
+int answerFlags(const NetworkDevice& device, ifreq& request) {
+  const bool isRunning = (device.flags & IFF_UP) != 0 && device.isUp;
+  request.ifr_flags = static_cast<short>(device.flags | (isRunning ? IFF_RUNNING : 0));
+  return 0;
+}
+
+int answerInt(const ifreq& request, std::int64_t value) {
+  if (request.ifr_data == nullptr)
+    return -EFAULT;
+  *reinterpret_cast<int*>(request.ifr_data) = static_cast<int>(value);
+  return 0;
+}
+
+int answer(Unit& unit, unsigned long request, void* argument) {
+  if (argument == nullptr)
+    return -EFAULT;
+  ifreq& record = *static_cast<ifreq*>(argument);
+  const std::optional<NetworkDevice> device = findDevice(unit, interfaceName(record));
+  if (!device)
+    return -ENODEV;
+  switch (request) {
+  case SIOCGIFFLAGS:
+    return answerFlags(*device, record);
+  case SIOCGLINKSTATE:
+    return answerInt(record, device->isUp ? 1 : 0);
+  default:
+    return answerInt(record, device->isUp ? device->megabits * bitsPerMegabit : 0);
+  }
+}
+
+std::string recordText(unsigned long request, const void* argument) {
+  if (argument == nullptr)
+    return {};
+  const ifreq& record = *static_cast<const ifreq*>(argument);
+  char text[IFNAMSIZ + 32];
+  const std::string name = interfaceName(record);
+  if (request == SIOCGIFFLAGS)
+    std::snprintf(text, sizeof text, "%s flags=0x%04x", name.c_str(), static_cast<unsigned short>(record.ifr_flags));
+  else if (record.ifr_data == nullptr)
+    std::snprintf(text, sizeof text, "%s", name.c_str());
+  else
+    std::snprintf(text, sizeof text, "%s %d", name.c_str(), *reinterpret_cast<const int*>(record.ifr_data));
+  return text;
+}
+
+void requirePort(Unit& unit, int port) {
+  Query row(unit.database(), "SELECT 1 FROM switch_ports WHERE port = ?", port);
+  if (!row.next())
+    throw std::runtime_error("no such switch port: " + std::to_string(port));
+}
+
+std::string rowOf(int port) {
+  return "(SELECT rowid FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET " + std::to_string(port - 1) + ")";
+}
+
+void addToCell(std::string& assignments, const char* column, std::int64_t amount) {
+  const std::string name = '"' + std::string(column) + '"';
+  assignments +=
+      (assignments.empty() ? "" : ", ") + name + " = CAST(" + name + " AS INTEGER) + " + std::to_string(amount);
+}
+
+struct MovingCount {
+  const char* column;
+  std::int64_t perStep;
+};
+constexpr MovingCount switchCounts[] = {{"TxPackets", packetsPerStep}, {"RxPackets", packetsPerStep}};
+constexpr MovingCount deviceCounts[] = {{"RxBytes", packetsPerStep* packetSize},
+                                        {"RxPackets", packetsPerStep},
+                                        {"TxBytes", packetsPerStep* packetSize},
+                                        {"TxPackets", packetsPerStep}};
+constexpr MovingCount atmCounts[] = {{"InCells", packetsPerStep* cellsPerPacket},
+                                     {"InOctets", packetsPerStep* packetSize},
+                                     {"OutCells", packetsPerStep* cellsPerPacket},
+                                     {"OutOctets", packetsPerStep* packetSize}};
+
+struct MovingTable {
+  const char* table;
+  std::span<const MovingCount> counts;
+  const char* rows; ///< those whose link is up
+};
+constexpr MovingTable movingTables[] = {
+    {"SwitchStat", switchCounts, "\"Link\" = 'up'"},
+    {"NetDev", deviceCounts,
+     "\"Interface\" IN (SELECT name FROM net_devices WHERE flags & 1 AND"
+     " (SELECT \"Link\" FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET switch_row) = 'up')"},
+    {"NetDev", deviceCounts,
+     "\"Interface\" IN (SELECT interface FROM radio WHERE is_up) AND"
+     " EXISTS (SELECT 1 FROM \"WlanStations\" WHERE CAST(\"Stations\" AS INTEGER) > 0)"},
+    {"NetDev", deviceCounts,
+     "\"Interface\" IN (SELECT \"Interface\" FROM \"VccStat\") AND"
+     " EXISTS (SELECT 1 FROM \"Xcvr\" WHERE \"State\" = 'UP')"},
+    {"BcmAtm", atmCounts, "EXISTS (SELECT 1 FROM \"Xcvr\" WHERE \"State\" = 'UP')"},
+};
+
+void moveTable(Unit& unit, const MovingTable& table, std::int64_t steps) {
+  std::string assignments;
+  for (const MovingCount& count : table.counts)
+    addToCell(assignments, count.column, count.perStep * steps);
+  execute(unit.database(),
+          "UPDATE \"" + std::string(table.table) + "\" SET " + assignments + " WHERE " + std::string(table.rows));
+}
+
+} // namespace
+
+constinit const Requests ethernetRequests{answer, recordText};
+
+void setPortLink(Unit& unit, int port, bool isUp) {
+  moveTraffic(unit);
+  Transaction transaction(unit.database());
+  requirePort(unit, port);
+  const std::string row = rowOf(port);
+  if (isUp)
+    execute(unit.database(),
+            "UPDATE \"SwitchStat\" SET \"Link\" = 'up', \"Duplex\" = 'full',"
+            " \"Speed\" = (SELECT megabits FROM switch_ports WHERE port = ?) WHERE rowid = " +
+                row,
+            port);
+  else
+    execute(unit.database(), "UPDATE \"SwitchStat\" SET \"Link\" = 'down', \"Duplex\" = 'half', \"Speed\" = '0',"
+                             " \"TxPackets\" = '0', \"RxPackets\" = '0' WHERE rowid = " +
+                                 row);
+  transaction.commit();
+  unit.record("switch", "port " + std::to_string(port) + " " + (isUp ? linkUp : linkDown));
+}
+
+void setPortSpeed(Unit& unit, int port, int megabits) {
+  if (std::ranges::find(portSpeeds, megabits) == std::end(portSpeeds))
+    throw std::runtime_error("no such speed: " + std::to_string(megabits));
+  Transaction transaction(unit.database());
+  requirePort(unit, port);
+  execute(unit.database(), "UPDATE switch_ports SET megabits = ? WHERE port = ?", megabits, port);
+  execute(unit.database(), "UPDATE \"SwitchStat\" SET \"Speed\" = ? WHERE \"Link\" = 'up' AND rowid = " + rowOf(port),
+          megabits);
+  transaction.commit();
+  unit.record("switch", "port " + std::to_string(port) + " speed " + std::to_string(megabits));
+}
+
+void setTraffic(Unit& unit, bool isOn) {
+  moveTraffic(unit);
+  execute(unit.database(), "UPDATE traffic SET is_on = ?, moved_until_ms = ?", isOn ? 1 : 0, clock::nowMs());
+  unit.record("switch", isOn ? "traffic on" : "traffic off");
+}
+
+void moveTraffic(Unit& unit) {
+  {
+    Query isOn(unit.database(), "SELECT 1 FROM traffic WHERE is_on");
+    if (!isOn.next())
+      return;
+  }
+  Transaction transaction(unit.database());
+  std::int64_t movedUntil = 0;
+  {
+    Query traffic(unit.database(), "SELECT moved_until_ms FROM traffic");
+    traffic.next();
+    movedUntil = traffic.number(0);
+  }
+  // The clock starts anew with the machine: what lies in its future was moved before that.
+  const std::int64_t now = clock::nowMs();
+  const std::int64_t steps = std::max<std::int64_t>(now - movedUntil, 0) / stepMs;
+  const std::int64_t movedNow = movedUntil > now ? now : movedUntil + steps * stepMs;
+  if (movedNow == movedUntil)
+    return;
+  for (const MovingTable& table : movingTables)
+    moveTable(unit, table, steps);
+  execute(unit.database(), "UPDATE traffic SET moved_until_ms = ?", movedNow);
+  transaction.commit();
+}
+
+} // namespace gateway
