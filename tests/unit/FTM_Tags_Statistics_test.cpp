@@ -15,10 +15,10 @@
 
 namespace {
 
-constexpr const char* sessionFault = "store session";
+constexpr const char* sessionFault = "session";
 
 std::string tableFault(std::string_view table) {
-  return "store table " + std::string(table);
+  return "table " + std::string(table);
 }
 
 void forget(ST_XML_ELEMENT*& tree) {
@@ -213,11 +213,13 @@ TEST_F(StatisticsFiles, EveryElementOfTheFileHasASource) {
   readStatistics();
   // Only these hold texts that are not a cell's.
   const std::vector<std::string> others = {"VC_CHAN_NUM", "READY_STATUS", "DSL_SPEED_DOWNSTREAM", "DSL_SPEED_UPSTREAM"};
+  std::vector<std::string> strangers;
   ST_XML_ELEMENT** section = GetElements(GetElement(pstFTMStatElmt, "FTM_STATS"));
   for (; *section != nullptr; ++section)
     for (ST_XML_ELEMENT** element = GetElements(*section); *element != nullptr; ++element)
-      if (std::find(others.begin(), others.end(), GetTag(*element)) == others.end())
-        EXPECT_THAT(GetTextBody(*element), testing::HasSubstr("/")) << GetTag(*element);
+      if (std::string_view(GetTextBody(*element)).find('/') == std::string_view::npos)
+        strangers.emplace_back(GetTag(*element));
+  EXPECT_THAT(strangers, testing::UnorderedElementsAreArray(others));
 }
 
 TEST_F(StatisticsFiles, ChannelNumberIsATextBesideItsChildren) {
@@ -639,12 +641,14 @@ TEST_F(FourPortFile, TotalsOfTenDigitsShowTheLargestOfNine) {
 // Progress file.
 
 TEST_F(StatisticsFiles, ProgressFollowsTheDownload) {
-  for (const auto& [flag, done] : {std::pair(FlagDwloadINI, DoneDwloadINI), std::pair(FlagDwloadUPG, DoneDwloadUPG),
-                                   std::pair(FlagDwloadHEX, DoneDwloadHEX)}) {
+  using Flag = void (*)();
+  const std::pair<Flag, Flag> downloads[] = {
+      {FlagDwloadINI, DoneDwloadINI}, {FlagDwloadUPG, DoneDwloadUPG}, {FlagDwloadHEX, DoneDwloadHEX}};
+  for (const auto& [flag, done] : downloads) {
     flag();
-    EXPECT_THAT(TFTP_processGetProgress(), testing::HasSubstr("<DOWNLOAD_STATUS>\r\n      NOT_DONE\r\n"));
+    EXPECT_THAT(TFTP_processGetProgress(), testing::HasSubstr("<DOWNLOAD_STATUS>\r\n    NOT_DONE\r\n"));
     done();
-    EXPECT_THAT(TFTP_processGetProgress(), testing::HasSubstr("<DOWNLOAD_STATUS>\r\n      DONE\r\n"));
+    EXPECT_THAT(TFTP_processGetProgress(), testing::HasSubstr("<DOWNLOAD_STATUS>\r\n    DONE\r\n"));
   }
 }
 
