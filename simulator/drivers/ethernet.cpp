@@ -16,6 +16,7 @@
 #include "simulator/clock.h"
 #include "simulator/database.h"
 #include "simulator/drivers/driver.h"
+#include "simulator/drivers/line.h"
 #include "simulator/unit.h"
 
 namespace gateway {
@@ -148,11 +149,11 @@ constexpr MovingTable movingTables[] = {
     {"BcmAtm", atmCounts, "EXISTS (SELECT 1 FROM \"Xcvr\" WHERE \"State\" = 'UP')"},
 };
 
-void moveTable(Unit& unit, const MovingTable& table, std::int64_t steps) {
+void moveTable(Database& database, const MovingTable& table, std::int64_t steps) {
   std::string assignments;
   for (const MovingCount& count : table.counts)
     addToCell(assignments, count.column, count.perStep * steps);
-  execute(unit.database(),
+  execute(database,
           "UPDATE \"" + std::string(table.table) + "\" SET " + assignments + " WHERE " + std::string(table.rows));
 }
 
@@ -161,7 +162,7 @@ void moveTable(Unit& unit, const MovingTable& table, std::int64_t steps) {
 constinit const Requests ethernetRequests{answer, recordText};
 
 void setPortLink(Unit& unit, int port, bool isUp) {
-  moveTraffic(unit);
+  moveTraffic(unit.database());
   Transaction transaction(unit.database());
   requirePort(unit, port);
   const std::string row = rowOf(port);
@@ -192,21 +193,21 @@ void setPortSpeed(Unit& unit, int port, int megabits) {
 }
 
 void setTraffic(Unit& unit, bool isOn) {
-  moveTraffic(unit);
+  moveTraffic(unit.database());
   execute(unit.database(), "UPDATE traffic SET is_on = ?, moved_until_ms = ?", isOn ? 1 : 0, clock::nowMs());
   unit.record("switch", isOn ? "traffic on" : "traffic off");
 }
 
-void moveTraffic(Unit& unit) {
+void moveTraffic(Database& database) {
   {
-    Query isOn(unit.database(), "SELECT 1 FROM traffic WHERE is_on");
+    Query isOn(database, "SELECT 1 FROM traffic WHERE is_on");
     if (!isOn.next())
       return;
   }
-  Transaction transaction(unit.database());
+  Transaction transaction(database);
   std::int64_t movedUntil = 0;
   {
-    Query traffic(unit.database(), "SELECT moved_until_ms FROM traffic");
+    Query traffic(database, "SELECT moved_until_ms FROM traffic");
     traffic.next();
     movedUntil = traffic.number(0);
   }
@@ -216,9 +217,10 @@ void moveTraffic(Unit& unit) {
   const std::int64_t movedNow = movedUntil > now ? now : movedUntil + steps * stepMs;
   if (movedNow == movedUntil)
     return;
+  settleLine(database);
   for (const MovingTable& table : movingTables)
-    moveTable(unit, table, steps);
-  execute(unit.database(), "UPDATE traffic SET moved_until_ms = ?", movedNow);
+    moveTable(database, table, steps);
+  execute(database, "UPDATE traffic SET moved_until_ms = ?", movedNow);
   transaction.commit();
 }
 

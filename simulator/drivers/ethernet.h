@@ -4,6 +4,7 @@
 
 namespace gateway {
 
+class Database;
 class Unit;
 
 /// Plugs or unplugs a port; the counts of an unplugged one return to zero. Throws std::runtime_error when there is no
@@ -14,7 +15,7 @@ void setPortLink(Unit& unit, int port, bool isUp);
 void setPortSpeed(Unit& unit, int port, int megabits);
 /// Lets packets pass over every link that is up, or stops them.
 void setTraffic(Unit& unit, bool isOn);
-/// Brings the counters of all links to the present time. Whoever reads them calls it first.
-void moveTraffic(Unit& unit);
+/// Brings the counters of all links to the present time.
+void moveTraffic(Database& database);
 
 } // namespace gateway

@@ -28,7 +28,7 @@ std::string rightAligned(std::string_view text, int width) {
 } // namespace
 
 std::string networkDeviceText(Unit& unit) {
-  moveTraffic(unit);
+  moveTraffic(unit.database());
   std::string text = header;
   Query rows(unit.database(), "SELECT * FROM \"NetDev\" ORDER BY rowid");
   while (rows.next()) {

@@ -197,7 +197,7 @@ bool hasStation(Unit& unit) {
 constinit const Requests wirelessRequests{answer, recordText};
 
 void setRadioPower(Unit& unit, bool isOn) {
-  moveTraffic(unit);
+  moveTraffic(unit.database());
   Transaction transaction(unit.database());
   execute(unit.database(), "UPDATE radio SET is_up = ?", isOn ? 1 : 0);
   if (!isOn)
@@ -224,7 +224,7 @@ bool setRadioSsid(Unit& unit, std::string_view ssid) {
 }
 
 bool joinStation(Unit& unit) {
-  moveTraffic(unit);
+  moveTraffic(unit.database());
   Transaction transaction(unit.database());
   if (!isUp(unit))
     return false;
@@ -235,7 +235,7 @@ bool joinStation(Unit& unit) {
 }
 
 bool leaveStation(Unit& unit) {
-  moveTraffic(unit);
+  moveTraffic(unit.database());
   Transaction transaction(unit.database());
   if (!hasStation(unit))
     return false;

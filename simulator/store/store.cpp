@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "platform/cfg_api.h"
-#include "simulator/drivers/ethernet.h"
 #include "simulator/faults.h"
 #include "simulator/journal.h"
 #include "simulator/store/session.h"
@@ -23,11 +22,6 @@ constexpr unsigned managementRoles = 1U << CFG_ROLE_LAN_MGMT | 1U << CFG_ROLE_WA
 
 bool mayWrite(const Session& session, const StoreTable& table) {
   return (table.writers >> session.role & 1U) != 0;
-}
-
-/// Whether the table is what the board reports, which nobody writes.
-bool isReading(const StoreTable& table) {
-  return table.writers == 0;
 }
 
 bool mayReset(const Session& session) {
@@ -103,8 +97,6 @@ int cl_cfg_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, c
       return CFG_ERR_RANGE;
     if (theUnit().faults().has({"table", found->name}))
       return CFG_ERR_OTHER;
-    if (isReading(*found))
-      moveTraffic(theUnit());
     *snapshot = theUnit().tables().snapshot(*found);
     return CFG_ERR_OK;
   });

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "simulator/drivers/ethernet.h"
 #include "simulator/drivers/line.h"
 
 namespace gateway {
@@ -33,11 +34,11 @@ constexpr StoreTable tables[] = {
     {"WlanConfig", Reset::restores, userRoles},
     // what the board reports
     {"Xcvr", Reset::keeps, noRole, settleLine},
-    {"NetDev", Reset::keeps, noRole},
-    {"BcmAtm", Reset::keeps, noRole},
+    {"NetDev", Reset::keeps, noRole, moveTraffic},
+    {"BcmAtm", Reset::keeps, noRole, moveTraffic},
     {"VccStat", Reset::keeps, noRole},
     {"FlashErr", Reset::keeps, noRole},
-    {"SwitchStat", Reset::keeps, noRole},
+    {"SwitchStat", Reset::keeps, noRole, moveTraffic},
     {"WlanStations", Reset::keeps, noRole},
 };
 

@@ -14,6 +14,16 @@
 #include "userapps/FTM/FTM_Tags.h"
 
 namespace {
+int reportedPair; // what the DSL part reports; the points of the board know no pair 2
+}
+
+extern "C" int __wrap__Z18TRANCVR_FtmApStatsPiS_(int* pair, int* mode) {
+  *pair = reportedPair;
+  *mode = 2; // no such mode: it does not count here
+  return 0;
+}
+
+namespace {
 
 constexpr const char* sessionFault = "session";
 
@@ -244,6 +254,16 @@ TEST_F(StatisticsFiles, HybridsAreKnownAsUnknownThoughTheFileLacksThem) {
   fillEverything();
   for (const char* element : {"MULTI_HYBRID", "HYBRID_1", "HYBRID_2", "HYBRID_3", "HYBRID_4"})
     EXPECT_EQ(dslText(element), "UNKNOWN") << element;
+}
+
+TEST_F(StatisticsFiles, PairIsOuterOnlyForPairTwo) {
+  fillEverything();
+  for (const auto& [pair, shown] : {std::pair(-1, "INNER"), std::pair(0, "INNER"), std::pair(1, "INNER"),
+                                    std::pair(2, "OUTER"), std::pair(3, "INNER")}) {
+    reportedPair = pair;
+    EXPECT_EQ(dslText("AUTO_PAIR"), shown) << pair;
+  }
+  EXPECT_THAT(readStatistics(), testing::Not(testing::HasSubstr("AUTO_PAIR")));
 }
 
 TEST_F(StatisticsFiles, UnknownElementsKeepTheirTexts) {
