@@ -1,0 +1,140 @@
+#include <gmock/gmock.h>
+#include <syslog.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/board.h"
+#include "tests/unit/bench_unit.h"
+#include "tests/unit/unit_folder.h"
+
+using gateway::JournalRow;
+using gateway::Unit;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using GatewayJournal = BenchUnit;
+using GatewayJournalOfAFolder = UnitFolder;
+
+constexpr std::size_t keptRows = 100'000;
+
+std::vector<std::string> texts(const std::vector<JournalRow>& rows) {
+  std::vector<std::string> result;
+  for (const JournalRow& row : rows)
+    result.push_back(row.text);
+  return result;
+}
+
+} // namespace
+
+TEST_F(GatewayJournal, KeepsRowsInOrderAndByKind) {
+  unit().record("a", "1");
+  unit().record("b", "2");
+  unit().record("a", "3");
+  EXPECT_THAT(journal(), ElementsAre("a 1", "b 2", "a 3"));
+  EXPECT_THAT(journal("a"), ElementsAre("1", "3"));
+  EXPECT_THAT(journal("c"), IsEmpty());
+}
+
+TEST_F(GatewayJournal, GivesTheRowsAfterOneOfThem) {
+  unit().record("a", "1");
+  unit().record("a", "2");
+  const std::vector<JournalRow> rows = unit().journal();
+  unit().record("a", "3");
+  EXPECT_THAT(texts(unit().journal(rows[0].id)), ElementsAre("2", "3"));
+  EXPECT_THAT(texts(unit().journal(rows[1].id)), ElementsAre("3"));
+}
+
+TEST_F(GatewayJournal, SaysWhen) {
+  const auto nowMs = [] {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  };
+  const auto before = nowMs();
+  unit().record("a", "1");
+  const std::int64_t time = unit().journal()[0].timeMs;
+  EXPECT_GE(time, before);
+  EXPECT_LE(time, nowMs());
+}
+
+TEST_F(GatewayJournal, KeepsTextsOfAllKindsOfBytes) {
+  using namespace std::string_literals;
+  const std::string text = "line\nfeed \x01\x1b[31m nul \0 high \xFF quote ' \" end"s;
+  unit().record("log", text);
+  EXPECT_EQ(unit().journal()[0].text, text);
+}
+
+TEST_F(GatewayJournal, HoldsLogLinesWithTheirPriority) {
+  board_syslog(LOG_ERR, "%s failed: %d", "it", 7);
+  board_syslog(LOG_LOCAL3 | LOG_DEBUG, "with a facility");
+  board_syslog(LOG_EMERG, "first");
+  EXPECT_THAT(journal(), ElementsAre("log err it failed: 7", "log debug with a facility", "log emerg first"));
+}
+
+TEST_F(GatewayJournal, HoldsLogLinesOfAnyLength) {
+  for (const int length : {0, 510, 511, 512, 513, 20'000}) {
+    const std::string text(static_cast<std::size_t>(length), 'x');
+    board_syslog(LOG_INFO, "%s", text.c_str());
+    EXPECT_EQ(journal("log").back(), "info " + text) << length;
+  }
+}
+
+TEST_F(GatewayJournal, HoldsRowsOfAllThreads) {
+  constexpr int perThread = 500;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread)
+    threads.emplace_back([] {
+      for (int number = 0; number < perThread; ++number)
+        unit().record("a", std::to_string(number));
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(journal().size(), 4U * perThread);
+}
+
+TEST_F(GatewayJournalOfAFolder, TakesAFloodInSecondsAndKeepsTheNewestRows) {
+  constexpr int lines = 200'000;
+  const auto start = std::chrono::steady_clock::now();
+  const auto unit = Unit::open(folder());
+  for (int line = 0; line < lines; ++line)
+    unit->record("log", "debug line " + std::to_string(line));
+  const std::vector<JournalRow> rows = unit->journal();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30)); // a few seconds without sanitizers
+  ASSERT_EQ(rows.size(), keptRows);
+  EXPECT_EQ(rows.front().text, "debug line " + std::to_string(lines - static_cast<int>(keptRows)));
+  EXPECT_EQ(rows.back().text, "debug line " + std::to_string(lines - 1));
+}
+
+TEST_F(GatewayJournalOfAFolder, ShowsAnotherProcessWhatIsRecordedWithoutBeingAsked) {
+  const Child other = inChild([](const ProcessLine& line) {
+    gateway::theUnit().record("a", "from afar");
+    line.hear(); // stays idle from here on
+    return EXIT_SUCCESS;
+  });
+  const auto unit = Unit::open(folder());
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (unit->journal(0, "a").empty() && std::chrono::steady_clock::now() < limit)
+    std::this_thread::yield();
+  EXPECT_THAT(texts(unit->journal(0, "a")), ElementsAre("from afar"));
+}
+
+TEST_F(GatewayJournalOfAFolder, OutlivesTheProcessThatWroteIt) {
+  { Unit::open(folder())->record("a", "1"); }
+  EXPECT_THAT(texts(Unit::open(folder())->journal()), ElementsAre("1"));
+}
+
+TEST_F(GatewayJournalOfAFolder, HoldsWhatAProcessRecordedThatEndsByExit) {
+  const std::string variable = std::string(gateway::unitVariable) + "=" + folder().string();
+  EXPECT_EXIT(
+      {
+        putenv(const_cast<char*>(variable.c_str()));
+        board_syslog(LOG_ERR, "bind() failed");
+        std::exit(-1);
+      },
+      testing::ExitedWithCode(255), "");
+  EXPECT_THAT(texts(Unit::open(folder())->journal()), ElementsAre("err bind() failed"));
+}
