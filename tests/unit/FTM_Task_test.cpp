@@ -16,7 +16,6 @@
 
 using testing::AllOf;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -77,29 +76,29 @@ const char* nameOf(ThreadBody body) {
 } // namespace
 
 extern "C" {
-int __real_pthread_create(pthread_t*, const pthread_attr_t*, ThreadBody, void*);
-int __wrap_pthread_create(pthread_t*, const pthread_attr_t*, ThreadBody, void*);
-int __real_socket(int, int, int);
-int __wrap_socket(int, int, int);
-int __real_bind(int, const sockaddr*, socklen_t);
-int __wrap_bind(int, const sockaddr*, socklen_t);
-ssize_t __real_recvfrom(int, void*, std::size_t, int, sockaddr*, socklen_t*);
-ssize_t __wrap_recvfrom(int, void*, std::size_t, int, sockaddr*, socklen_t*);
-void* __real_calloc(std::size_t, std::size_t);
-void* __wrap_calloc(std::size_t, std::size_t);
-int __real_board_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-int __wrap_board_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-void* __wrap_cfg_startSession(int, const char*);
-int __wrap_cfg_setListen(void*, CFG_LISTENER);
-int __wrap_cfg_listenSubject(void*, const char*);
-int __wrap_cfg_sendMsg(void*, const char*, const char*);
-int __wrap_cl_cfg_service(void*, const char*, const char*, int);
+int real_pthread_create(pthread_t*, const pthread_attr_t*, ThreadBody, void*) asm("__real_pthread_create");
+int wrap_pthread_create(pthread_t*, const pthread_attr_t*, ThreadBody, void*) asm("__wrap_pthread_create");
+int real_socket(int, int, int) asm("__real_socket");
+int wrap_socket(int, int, int) asm("__wrap_socket");
+int real_bind(int, const sockaddr*, socklen_t) asm("__real_bind");
+int wrap_bind(int, const sockaddr*, socklen_t) asm("__wrap_bind");
+ssize_t real_recvfrom(int, void*, std::size_t, int, sockaddr*, socklen_t*) asm("__real_recvfrom");
+ssize_t wrap_recvfrom(int, void*, std::size_t, int, sockaddr*, socklen_t*) asm("__wrap_recvfrom");
+void* real_calloc(std::size_t, std::size_t) asm("__real_calloc");
+void* wrap_calloc(std::size_t, std::size_t) asm("__wrap_calloc");
+int real_board_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*) asm("__real_board_cond_timedwait");
+int wrap_board_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*) asm("__wrap_board_cond_timedwait");
+void* wrap_cfg_startSession(int, const char*) asm("__wrap_cfg_startSession");
+int wrap_cfg_setListen(void*, CFG_LISTENER) asm("__wrap_cfg_setListen");
+int wrap_cfg_listenSubject(void*, const char*) asm("__wrap_cfg_listenSubject");
+int wrap_cfg_sendMsg(void*, const char*, const char*) asm("__wrap_cfg_sendMsg");
+int wrap_cl_cfg_service(void*, const char*, const char*, int) asm("__wrap_cl_cfg_service");
 void wrap_FtmClear4PortStat() asm("__wrap__Z17FtmClear4PortStatv");
 }
 
-int __wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, ThreadBody body, void* argument) {
+int wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, ThreadBody body, void* argument) {
   if (!kernel.isScripted)
-    return __real_pthread_create(id, attributes, body, argument);
+    return real_pthread_create(id, attributes, body, argument);
   const std::string name = nameOf(body);
   step("thread " + name);
   EXPECT_EQ(argument, nullptr);
@@ -110,67 +109,67 @@ int __wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, Threa
   return kernel.failingStep == name ? EAGAIN : 0;
 }
 
-int __wrap_socket(int domain, int type, int protocol) {
+int wrap_socket(int domain, int type, int protocol) {
   if (!kernel.isScripted)
-    return __real_socket(domain, type, protocol);
+    return real_socket(domain, type, protocol);
   step(domain == AF_INET && type == SOCK_DGRAM && protocol == IPPROTO_UDP ? "socket" : "wrong socket");
   return kernel.failingStep == "socket" ? -1 : 77;
 }
 
-int __wrap_bind(int descriptor, const sockaddr* address, socklen_t length) {
+int wrap_bind(int descriptor, const sockaddr* address, socklen_t length) {
   if (!kernel.isScripted)
-    return __real_bind(descriptor, address, length);
+    return real_bind(descriptor, address, length);
   step("bind " + std::to_string(descriptor));
   EXPECT_EQ(length, sizeof kernel.boundTo);
   std::memcpy(&kernel.boundTo, address, sizeof kernel.boundTo);
   return kernel.failingStep == "bind" ? -1 : 0;
 }
 
-ssize_t __wrap_recvfrom(int descriptor, void* buffer, std::size_t size, int flags, sockaddr* from, socklen_t* length) {
+ssize_t wrap_recvfrom(int descriptor, void* buffer, std::size_t size, int flags, sockaddr* from, socklen_t* length) {
   if (!kernel.isScripted)
-    return __real_recvfrom(descriptor, buffer, size, flags, from, length);
+    return real_recvfrom(descriptor, buffer, size, flags, from, length);
   return kernel.received;
 }
 
-void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return kernel.outOfMemory ? nullptr : __real_calloc(count, size);
+void* wrap_calloc(std::size_t count, std::size_t size) {
+  return kernel.outOfMemory ? nullptr : real_calloc(count, size);
 }
 
-int __wrap_board_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
+int wrap_board_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
   ++kernel.waits;
-  return __real_board_cond_timedwait(condition, mutex, deadline);
+  return real_board_cond_timedwait(condition, mutex, deadline);
 }
 
 void wrap_FtmClear4PortStat() {
   step("clear the four-port counters");
 }
 
-void* __wrap_cfg_startSession(int role, const char*) {
+void* wrap_cfg_startSession(int role, const char*) {
   step("session");
   store.role = role;
   return store.failingStep == "session" ? nullptr : &store.sessionStandIn;
 }
 
-int __wrap_cfg_setListen(void* session, CFG_LISTENER listener) {
+int wrap_cfg_setListen(void* session, CFG_LISTENER listener) {
   EXPECT_EQ(session, &store.sessionStandIn);
   step("listen");
   store.listener = listener;
   return store.failingStep == "listen" ? CFG_ERR_INTERNAL : CFG_ERR_OK;
 }
 
-int __wrap_cfg_listenSubject(void* session, const char* subject) {
+int wrap_cfg_listenSubject(void* session, const char* subject) {
   EXPECT_EQ(session, &store.sessionStandIn);
   step("listen to "s + subject);
   return CFG_ERR_OK;
 }
 
-int __wrap_cfg_sendMsg(void* session, const char* subject, const char* body) {
+int wrap_cfg_sendMsg(void* session, const char* subject, const char* body) {
   EXPECT_EQ(session, &store.sessionStandIn);
   step("send "s + subject + " " + body);
   return store.sendResult;
 }
 
-int __wrap_cl_cfg_service(void* session, const char* sourceFile, const char* function, int line) {
+int wrap_cl_cfg_service(void* session, const char* sourceFile, const char* function, int line) {
   EXPECT_EQ(session, &store.sessionStandIn);
   EXPECT_GT(line, 0);
   step("service for "s + sourceFile + " " + function);

@@ -78,8 +78,8 @@ void wrap_hexFinis(ST_DISC_CHAN_ATTRIBS* attribs) asm("__wrap__Z13DISC_hexFinisP
 void wrap_burnHexImage() asm("__wrap__Z17DISC_burnHexImagev");
 void wrap_ReBoot(int option) asm("__wrap__Z6ReBooti");
 void wrap_petTheDog() asm("__wrap__Z13WDOGPetTheDogv");
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size);
+void* real_calloc(std::size_t count, std::size_t size) asm("__real_calloc");
+void* wrap_calloc(std::size_t count, std::size_t size) asm("__wrap_calloc");
 }
 
 const char* wrap_getFtmXml(const char* name, ST_TFTP_ERROR** error) {
@@ -127,8 +127,8 @@ namespace {
 bool writeBufferFails;
 }
 
-void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return writeBufferFails && size > 8000 ? nullptr : __real_calloc(count, size);
+void* wrap_calloc(std::size_t count, std::size_t size) {
+  return writeBufferFails && size > 8000 ? nullptr : real_calloc(count, size);
 }
 
 namespace {
@@ -363,6 +363,17 @@ TEST_F(TFTPserver, BlockNumbersWrapAfter65535) {
   EXPECT_EQ(gateway::clock::nowMs(), 0);
 }
 
+TEST_F(TFTPserver, ADuplicateAcknowledgementIsToleratedWhereBlockNumbersWrap) {
+  files.readable = std::string(65535 * 512 + 5, 'x');
+  std::vector<std::string> answers = acks(1, 65535);
+  answers.push_back(ack(65535));
+  answers.push_back(ack(0));
+  read(answers);
+  EXPECT_EQ(output, "");
+  EXPECT_EQ(ServerBlockSeqError, 1);
+  EXPECT_EQ(pstTFTPPacket.load(), nullptr);
+}
+
 TEST_F(TFTPserver, AFileNameWithoutATerminatorEndsWithItsDatagram) {
   files.readable = "x";
   exchange(wire(1) + "FTM_ModemInfo.xml", {ack(1)});
@@ -589,6 +600,12 @@ TEST_F(TFTPserver, DataAfterAFailedWriteIsAnsweredWithAnErrorOnce) {
   write("f", {data(9, "x")});
   EXPECT_THAT(exchange(data(1, "x"), {}), ElementsAre(error(0, "receive block error")));
   EXPECT_THAT(exchange(data(1, "x"), {}), IsEmpty());
+}
+
+TEST_F(TFTPserver, AFailedWriteIsNotTakenForTheOneBeforeIt) {
+  write("f", {data(1, "x")});
+  write("f", {data(9, "x")});
+  EXPECT_THAT(exchange(data(9, "x"), {}), ElementsAre(error(0, "receive block error")));
 }
 
 TEST_F(TFTPserver, AReadRequestEndsTheTimeForARepeatedLastBlock) {

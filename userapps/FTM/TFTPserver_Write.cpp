@@ -103,8 +103,7 @@ EStep handleMissingData(WriteTransfer& transfer, int result) {
   board_syslog(LOG_DEBUG, "write(): error getting data packet from expected block %d\n", transfer.expected);
   if (result == tftpTimedOut && transfer.timeouts < toleratedTimeouts) {
     ++transfer.timeouts;
-    transfer.received = --transfer.expected;
-    transfer.dataLength = tftpBlockSize;
+    --transfer.expected;
     return EStep::more;
   }
   if (result == tftpTimedOut)
