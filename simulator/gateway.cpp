@@ -10,8 +10,10 @@
 #include <string>
 #include <thread>
 
+#include "simulator/board_commands.h"
 #include "simulator/circuit.h"
 #include "simulator/database.h"
+#include "simulator/existing_unit.h"
 #include "simulator/faults.h"
 #include "simulator/store/tables.h"
 #include "simulator/supervisor.h"
@@ -46,12 +48,6 @@ struct Options {
 std::string serviceOfThisBuild() {
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
   return (program.parent_path().parent_path() / "userapps/FTM/FTM").string();
-}
-
-std::unique_ptr<Unit> existingUnit(const Options& options) {
-  if (!Unit::exists(options.unit))
-    throw std::runtime_error("there is no unit in " + options.unit);
-  return Unit::open(options.unit);
 }
 
 /// A text on one line: control characters and backslashes as escapes.
@@ -96,7 +92,7 @@ std::int64_t printJournal(Unit& unit, std::int64_t after, const std::string& kin
 }
 
 void journal(const Options& options) {
-  const auto unit = existingUnit(options);
+  const auto unit = existingUnit(options.unit);
   Database::Version version = unit->database().version();
   std::int64_t last = printJournal(*unit, options.after, options.kind);
   while (options.follows && std::ferror(stdout) == 0) {
@@ -117,7 +113,7 @@ void listTables() {
 void printTable(const Options& options) {
   if (options.table.empty())
     return listTables();
-  const auto unit = existingUnit(options);
+  const auto unit = existingUnit(options.unit);
   const StoreTable* const table = findTable(options.table);
   if (table == nullptr)
     throw std::runtime_error("there is no table " + options.table);
@@ -131,13 +127,13 @@ void printTable(const Options& options) {
 }
 
 void setCell(const Options& options) {
-  const auto unit = existingUnit(options);
+  const auto unit = existingUnit(options.unit);
   unit->setCell(options.table, options.row, options.column, options.value);
   unit->record("write", writeText(options.table, options.row, options.column, options.value));
 }
 
 void listFaults(const Options& options) {
-  for (const std::string& name : existingUnit(options)->faults().names())
+  for (const std::string& name : existingUnit(options.unit)->faults().names())
     std::printf("%s\n", name.c_str());
 }
 
@@ -150,7 +146,7 @@ void switchFault(const Options& options, bool on) {
   std::string name;
   for (const std::string& word : options.fault)
     name.append(name.empty() ? "" : " ").append(word);
-  existingUnit(options)->setFault(name, on);
+  existingUnit(options.unit)->setFault(name, on);
 }
 
 void requireCircuit(bool done, const Options& options) {
@@ -184,13 +180,9 @@ void waitUntil(const Options& options, Condition condition) {
   }
 }
 
-void addUnit(CLI::App& command, Options& options) {
-  command.add_option("--unit", options.unit, "Folder of the unit")->envname(unitVariable)->required();
-}
-
 void addUp(CLI::App& app, Options& options, int& status) {
   CLI::App* const up = app.add_subcommand("up", "Run the unit until Ctrl-C");
-  addUnit(*up, options);
+  addUnitOption(*up, options.unit);
   up->add_flag("--fresh", options.isFresh, "Put the unit back to factory state first");
   up->add_option("--service", options.service, "Program of the service")->default_val(serviceOfThisBuild());
   up->callback(
@@ -199,7 +191,7 @@ void addUp(CLI::App& app, Options& options, int& status) {
 
 void addJournal(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("journal", "Show what happened on the unit");
-  addUnit(*command, options);
+  addUnitOption(*command, options.unit);
   command->add_flag("--follow", options.follows, "Go on with what happens from now on");
   command->add_option("--kind", options.kind, "Rows of this kind only");
   command->add_option("--after", options.after, "Rows after this number only");
@@ -208,14 +200,14 @@ void addJournal(CLI::App& app, Options& options) {
 
 void addTable(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("table", "Show a table of the configuration store, or their names");
-  addUnit(*command, options);
+  addUnitOption(*command, options.unit);
   command->add_option("NAME", options.table, "The table");
   command->callback([&] { printTable(options); });
 }
 
 void addSet(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("set", "Set a cell of the configuration store");
-  addUnit(*command, options);
+  addUnitOption(*command, options.unit);
   command->add_option("TABLE", options.table)->required();
   command->add_option("COLUMN", options.column)->required();
   command->add_option("VALUE", options.value)->required();
@@ -227,12 +219,12 @@ void addFault(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("fault", "Make things of the unit fail");
   command->require_subcommand(1);
   CLI::App* const list = command->add_subcommand("list", "Show the faults that are on");
-  addUnit(*list, options);
+  addUnitOption(*list, options.unit);
   list->callback([&] { listFaults(options); });
   command->add_subcommand("names", "Show all names")->callback(describeFaults);
   for (const bool on : {true, false}) {
     CLI::App* const change = command->add_subcommand(on ? "on" : "off", on ? "Switch one on" : "Switch one off");
-    addUnit(*change, options);
+    addUnitOption(*change, options.unit);
     change->add_option("NAME", options.fault, "Name of the fault, as \"fault names\" shows them")->required();
     change->callback([&options, on] { switchFault(options, on); });
   }
@@ -244,13 +236,13 @@ void addCircuit(CLI::App& app, Options& options) {
   CLI::App* const make = command->add_subcommand("new", "Make a circuit");
   CLI::App* const unmake = command->add_subcommand("delete", "Delete a circuit");
   for (CLI::App* const change : {make, unmake}) {
-    addUnit(*change, options);
+    addUnitOption(*change, options.unit);
     change->add_option("CIRCUIT", options.circuit, "1.VPI.VCI")->required();
   }
   make->add_option("MAC-ADDRESS", options.macAddress)->required();
   make->callback(
-      [&] { requireCircuit(newCircuit(*existingUnit(options), options.circuit, options.macAddress), options); });
-  unmake->callback([&] { requireCircuit(deleteCircuit(*existingUnit(options), options.circuit), options); });
+      [&] { requireCircuit(newCircuit(*existingUnit(options.unit), options.circuit, options.macAddress), options); });
+  unmake->callback([&] { requireCircuit(deleteCircuit(*existingUnit(options.unit), options.circuit), options); });
 }
 
 void addWait(CLI::App& app, Options& options) {
@@ -259,7 +251,7 @@ void addWait(CLI::App& app, Options& options) {
   CLI::App* const ready = command->add_subcommand("ready", "Wait until the service is ready after the last boot");
   CLI::App* const row = command->add_subcommand("row", "Wait for a row of the journal");
   for (CLI::App* const kind : {ready, row}) {
-    addUnit(*kind, options);
+    addUnitOption(*kind, options.unit);
     kind->add_option("--timeout", options.timeout, "Seconds")->capture_default_str();
   }
   row->add_option("KIND", options.kind)->required();
@@ -283,6 +275,7 @@ int main(int argc, char** argv) {
   addFault(app, options);
   addCircuit(app, options);
   addWait(app, options);
+  addBoardCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

@@ -198,6 +198,21 @@ void setTraffic(Unit& unit, bool isOn) {
   unit.record("switch", isOn ? "traffic on" : "traffic off");
 }
 
+bool isTrafficOn(Unit& unit) {
+  return Query(unit.database(), "SELECT 1 FROM traffic WHERE is_on").next();
+}
+
+std::vector<SwitchPort> switchPorts(Unit& unit) {
+  moveTraffic(unit.database());
+  std::vector<SwitchPort> ports;
+  Query rows(unit.database(),
+             "SELECT \"Link\", \"Speed\", \"RxPackets\", \"TxPackets\" FROM \"SwitchStat\" ORDER BY rowid");
+  while (rows.next())
+    ports.push_back({static_cast<int>(ports.size()) + 1, rows.text(0) == linkUp, std::string(rows.text(1)),
+                     std::string(rows.text(2)), std::string(rows.text(3))});
+  return ports;
+}
+
 void moveTraffic(Database& database) {
   {
     Query isOn(database, "SELECT 1 FROM traffic WHERE is_on");

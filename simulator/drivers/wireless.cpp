@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 #include "platform/wlioctl.h"
 #include "simulator/database.h"
@@ -195,6 +196,15 @@ bool hasStation(Unit& unit) {
 } // namespace
 
 constinit const Requests wirelessRequests{answer, recordText};
+
+RadioState radioState(Unit& unit) {
+  Query radio(unit.database(), "SELECT is_up, ssid, target_channel, country, mac, "
+                               "coalesce((SELECT \"Stations\" FROM \"WlanStations\"), '0') FROM radio");
+  if (!radio.next())
+    throw std::runtime_error("the unit has no radio");
+  return {radio.number(0) != 0,       std::string(radio.text(1)), static_cast<int>(radio.number(2)),
+          std::string(radio.text(3)), std::string(radio.text(4)), std::string(radio.text(5))};
+}
 
 void setRadioPower(Unit& unit, bool isOn) {
   moveTraffic(unit.database());

@@ -1,6 +1,7 @@
 #pragma once
 // The radio, as its control program and its user handle it.
 
+#include <string>
 #include <string_view>
 
 namespace gateway {
@@ -10,6 +11,17 @@ class Unit;
 constexpr int lowestRadioChannel = 1;
 constexpr int highestRadioChannel = 14;
 constexpr std::size_t longestSsid = 32;
+
+struct RadioState {
+  bool isUp;
+  std::string ssid;
+  int channel;
+  std::string country;
+  std::string mac;
+  std::string stations;
+};
+
+RadioState radioState(Unit& unit);
 
 /// Switches the radio on or off. Switched off, it loses its stations.
 void setRadioPower(Unit& unit, bool isUp);
