@@ -39,16 +39,14 @@ protected:
 
 } // namespace
 
-extern "C" {
+int real_ioctl(int descriptor, unsigned long request, void* argument) asm("__real_board_ioctl");
+int wrap_ioctl(int descriptor, unsigned long request, void* argument) asm("__wrap_board_ioctl");
 
-int __real_board_ioctl(int descriptor, unsigned long request, void* argument);
-
-int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument) {
+int wrap_ioctl(int descriptor, unsigned long request, void* argument) {
   if (!driverFillsItsBuffer)
-    return __real_board_ioctl(descriptor, request, argument);
+    return real_ioctl(descriptor, request, argument);
   std::memset(argument, 'v', ftmSoftwareVersionSize);
   return 0;
-}
 }
 
 // Reboot.

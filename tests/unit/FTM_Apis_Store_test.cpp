@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -47,19 +48,22 @@ protected:
 // Test flags.
 
 TEST(TestFlags, EveryTestHasItsBitInTheWord) {
-  const auto wordWith = [](auto set) {
+  static_assert(sizeof(U_FTM_TST_FLAGS) == 2);
+  using Setter = void (*)(ST_FTM_TST_FLAGS&);
+  const std::pair<Setter, std::uint16_t> bits[] = {
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bLedTst = 1; }, std::uint16_t{0x8000}},
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bRstSwTst = 1; }, std::uint16_t{0x4000}},
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bThrPutTst = 1; }, std::uint16_t{0x2000}},
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bMulHybTst = 1; }, std::uint16_t{0x1000}},
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bAutoPrTst = 1; }, std::uint16_t{0x0800}},
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bWirelessTst = 1; }, std::uint16_t{0x0400}},
+      {[](ST_FTM_TST_FLAGS& flags) { flags.bVoiceTst = 1; }, std::uint16_t{0x0200}},
+  };
+  for (const auto& [set, mask] : bits) {
     U_FTM_TST_FLAGS flags{};
     set(flags.stbF);
-    return flags.usWd;
-  };
-  static_assert(sizeof(U_FTM_TST_FLAGS) == 2);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bLedTst = 1; }), 0x8000);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bRstSwTst = 1; }), 0x4000);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bThrPutTst = 1; }), 0x2000);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bMulHybTst = 1; }), 0x1000);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bAutoPrTst = 1; }), 0x0800);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bWirelessTst = 1; }), 0x0400);
-  EXPECT_EQ(wordWith([](ST_FTM_TST_FLAGS& flags) { flags.bVoiceTst = 1; }), 0x0200);
+    EXPECT_EQ(flags.usWd, mask);
+  }
 }
 
 // Writing a cell in a session of its own.

@@ -9,36 +9,46 @@
 
 inline std::vector<std::string> storeCalls;
 
-extern "C" {
-void* __real_cfg_startSession(int role, const char* name);
-int __real_cfg_endSession(void* session);
-int __real_cfg_startTransaction(void* session);
-int __real_cfg_commitTransaction(void* session);
-int __real_cfg_abortTransaction(void* session);
-int __real_cfg_resetCfg(void* session, int scope);
+void* real_startSession(int role, const char* name) asm("__real_cfg_startSession");
+int real_endSession(void* session) asm("__real_cfg_endSession");
+int real_startTransaction(void* session) asm("__real_cfg_startTransaction");
+int real_commitTransaction(void* session) asm("__real_cfg_commitTransaction");
+int real_abortTransaction(void* session) asm("__real_cfg_abortTransaction");
+int real_resetCfg(void* session, int scope) asm("__real_cfg_resetCfg");
 
-void* __wrap_cfg_startSession(int role, const char* name) {
+void* wrap_startSession(int role, const char* name) asm("__wrap_cfg_startSession");
+int wrap_endSession(void* session) asm("__wrap_cfg_endSession");
+int wrap_startTransaction(void* session) asm("__wrap_cfg_startTransaction");
+int wrap_commitTransaction(void* session) asm("__wrap_cfg_commitTransaction");
+int wrap_abortTransaction(void* session) asm("__wrap_cfg_abortTransaction");
+int wrap_resetCfg(void* session, int scope) asm("__wrap_cfg_resetCfg");
+
+void* wrap_startSession(int role, const char* name) {
   storeCalls.push_back("session " + std::to_string(role) + (name == nullptr ? "" : std::string(" ") + name));
-  return __real_cfg_startSession(role, name);
+  return real_startSession(role, name);
 }
-int __wrap_cfg_endSession(void* session) {
+
+int wrap_endSession(void* session) {
   storeCalls.emplace_back("end");
-  return __real_cfg_endSession(session);
+  return real_endSession(session);
 }
-int __wrap_cfg_startTransaction(void* session) {
+
+int wrap_startTransaction(void* session) {
   storeCalls.emplace_back("start");
-  return __real_cfg_startTransaction(session);
+  return real_startTransaction(session);
 }
-int __wrap_cfg_commitTransaction(void* session) {
+
+int wrap_commitTransaction(void* session) {
   storeCalls.emplace_back("commit");
-  return __real_cfg_commitTransaction(session);
+  return real_commitTransaction(session);
 }
-int __wrap_cfg_abortTransaction(void* session) {
+
+int wrap_abortTransaction(void* session) {
   storeCalls.emplace_back("abort");
-  return __real_cfg_abortTransaction(session);
+  return real_abortTransaction(session);
 }
-int __wrap_cfg_resetCfg(void* session, int scope) {
+
+int wrap_resetCfg(void* session, int scope) {
   storeCalls.push_back("reset " + std::to_string(scope));
-  return __real_cfg_resetCfg(session, scope);
-}
+  return real_resetCfg(session, scope);
 }
