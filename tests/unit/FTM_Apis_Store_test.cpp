@@ -174,6 +174,8 @@ TEST_F(Store, TableThatCanNotBeReadIsReportedTwice) {
   const TableSnapshot devices(session.get(), "NetDev");
   EXPECT_FALSE(run([&] { return isUsable(devices, "NetDev"); }));
   EXPECT_EQ(errors, "error: failed to read table: NetDev\n");
+  EXPECT_EQ(devices.rows(), 0);
+  EXPECT_EQ(devices.cell(0, 0), nullptr);
   EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
 }
 

@@ -90,10 +90,11 @@ public:
   /// The store's result of the reading.
   int result() const { return m_result; }
   ST_CFG_TABLE* get() const { return m_table; }
-  int rows() const { return m_table->nRows; }
+  /// Number of data rows; 0 when the table was not read.
+  int rows() const { return isRead() ? m_table->nRows : 0; }
 
-  /// Text of a data row's cell, both counted from 0; null when the table has no such cell.
-  const char* cell(int row, int column) const { return tableCell(*m_table, row, column); }
+  /// Text of a data row's cell, both counted from 0; null when the table has no such cell or was not read.
+  const char* cell(int row, int column) const { return isRead() ? tableCell(*m_table, row, column) : nullptr; }
 
   static const char* tableCell(const ST_CFG_TABLE& table, int row, int column) {
     if (row < 0 || row >= table.nRows || column < 0 || column >= table.nCols)

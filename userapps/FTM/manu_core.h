@@ -1,5 +1,5 @@
 #pragma once
-// INI processing and small device wrappers. TFTP server task only.
+// INI texts written by the test station. TFTP server task only.
 
 struct ST_TFTP_ERROR;
 
