@@ -4,12 +4,8 @@
 
 #include "tests/unit/tftp_station.h"
 
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
