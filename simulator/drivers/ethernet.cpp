@@ -26,8 +26,12 @@ namespace {
 constexpr std::int64_t bitsPerMegabit = 1'000'000;
 constexpr int portSpeeds[] = {10, 100, 1000};
 
-constexpr const char* linkUp = "up";
-constexpr const char* linkDown = "down";
+constexpr const char* plugPort = "UPDATE \"SwitchStat\" SET \"Link\" = 'up', \"Duplex\" = 'full',"
+                                 " \"Speed\" = (SELECT megabits FROM switch_ports WHERE port = ?1)"
+                                 " WHERE rowid = (SELECT store_row FROM switch_links WHERE port = ?1 AND NOT is_up)";
+constexpr const char* unplugPort = "UPDATE \"SwitchStat\" SET \"Link\" = 'down', \"Duplex\" = 'half', \"Speed\" = '0',"
+                                   " \"TxPackets\" = '0', \"RxPackets\" = '0'"
+                                   " WHERE rowid = (SELECT store_row FROM switch_links WHERE port = ?1)";
 
 // Of one step of traffic on each link.
 constexpr std::int64_t stepMs = 10;
@@ -42,17 +46,12 @@ struct NetworkDevice {
 };
 
 std::optional<NetworkDevice> findDevice(Unit& unit, const std::string& name) {
-  Query device(unit.database(), "SELECT flags, switch_row FROM net_devices WHERE name = ?", name);
+  Query device(unit.database(),
+               "SELECT flags, is_up, megabits FROM net_devices LEFT JOIN switch_links USING (port) WHERE name = ?",
+               name);
   if (!device.next())
     return std::nullopt;
-  NetworkDevice found{device.number(0), false, 0};
-  Query port(unit.database(), "SELECT \"Link\", \"Speed\" FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET ?",
-             device.number(1));
-  if (port.next()) {
-    found.isUp = port.text(0) == linkUp;
-    found.megabits = port.number(1);
-  }
-  return found;
+  return NetworkDevice{device.number(0), device.number(1) != 0, device.number(2)};
 }
 
 int answerFlags(const NetworkDevice& device, ifreq& request) {
@@ -106,16 +105,6 @@ void requirePort(Unit& unit, int port) {
     throw std::runtime_error("no such switch port: " + std::to_string(port));
 }
 
-std::string rowOf(int port) {
-  return "(SELECT rowid FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET " + std::to_string(port - 1) + ")";
-}
-
-void addToCell(std::string& assignments, const char* column, std::int64_t amount) {
-  const std::string name = '"' + std::string(column) + '"';
-  assignments +=
-      (assignments.empty() ? "" : ", ") + name + " = CAST(" + name + " AS INTEGER) + " + std::to_string(amount);
-}
-
 struct MovingCount {
   const char* column;
   std::int64_t perStep;
@@ -138,8 +127,7 @@ struct MovingTable {
 constexpr MovingTable movingTables[] = {
     {"SwitchStat", switchCounts, "\"Link\" = 'up'"},
     {"NetDev", deviceCounts,
-     "\"Interface\" IN (SELECT name FROM net_devices WHERE flags & 1 AND"
-     " (SELECT \"Link\" FROM \"SwitchStat\" ORDER BY rowid LIMIT 1 OFFSET switch_row) = 'up')"},
+     "\"Interface\" IN (SELECT name FROM net_devices JOIN switch_links USING (port) WHERE is_up AND flags & 1)"},
     {"NetDev", deviceCounts,
      "\"Interface\" IN (SELECT interface FROM radio WHERE is_up) AND"
      " EXISTS (SELECT 1 FROM \"WlanStations\" WHERE CAST(\"Stations\" AS INTEGER) > 0)"},
@@ -150,11 +138,18 @@ constexpr MovingTable movingTables[] = {
 };
 
 void moveTable(Database& database, const MovingTable& table, std::int64_t steps) {
-  std::string assignments;
-  for (const MovingCount& count : table.counts)
-    addToCell(assignments, count.column, count.perStep * steps);
-  execute(database,
-          "UPDATE \"" + std::string(table.table) + "\" SET " + assignments + " WHERE " + std::string(table.rows));
+  std::string sql = "UPDATE \"" + std::string(table.table) + "\" SET ";
+  for (const MovingCount& count : table.counts) {
+    const std::string name = '"' + std::string(count.column) + '"';
+    sql += (&count != table.counts.data() ? ", " : "") + name + " = CAST(" + name + " AS INTEGER) + ?1 * " +
+           std::to_string(count.perStep);
+  }
+  execute(database, sql + " WHERE " + table.rows, steps);
+}
+
+std::int64_t trafficMovedUntil(Database& database) {
+  Query traffic(database, "SELECT moved_until_ms FROM traffic");
+  return traffic.next() ? traffic.number(0) : 0;
 }
 
 } // namespace
@@ -165,19 +160,9 @@ void setPortLink(Unit& unit, int port, bool isUp) {
   moveTraffic(unit.database());
   Transaction transaction(unit.database());
   requirePort(unit, port);
-  const std::string row = rowOf(port);
-  if (isUp)
-    execute(unit.database(),
-            "UPDATE \"SwitchStat\" SET \"Link\" = 'up', \"Duplex\" = 'full',"
-            " \"Speed\" = (SELECT megabits FROM switch_ports WHERE port = ?) WHERE rowid = " +
-                row,
-            port);
-  else
-    execute(unit.database(), "UPDATE \"SwitchStat\" SET \"Link\" = 'down', \"Duplex\" = 'half', \"Speed\" = '0',"
-                             " \"TxPackets\" = '0', \"RxPackets\" = '0' WHERE rowid = " +
-                                 row);
+  execute(unit.database(), isUp ? plugPort : unplugPort, port);
   transaction.commit();
-  unit.record("switch", "port " + std::to_string(port) + " " + (isUp ? linkUp : linkDown));
+  unit.record("switch", "port " + std::to_string(port) + (isUp ? " up" : " down"));
 }
 
 void setPortSpeed(Unit& unit, int port, int megabits) {
@@ -186,8 +171,10 @@ void setPortSpeed(Unit& unit, int port, int megabits) {
   Transaction transaction(unit.database());
   requirePort(unit, port);
   execute(unit.database(), "UPDATE switch_ports SET megabits = ? WHERE port = ?", megabits, port);
-  execute(unit.database(), "UPDATE \"SwitchStat\" SET \"Speed\" = ? WHERE \"Link\" = 'up' AND rowid = " + rowOf(port),
-          megabits);
+  execute(unit.database(),
+          "UPDATE \"SwitchStat\" SET \"Speed\" = ? WHERE rowid = "
+          "(SELECT store_row FROM switch_links WHERE port = ? AND is_up)",
+          megabits, port);
   transaction.commit();
   unit.record("switch", "port " + std::to_string(port) + " speed " + std::to_string(megabits));
 }
@@ -208,31 +195,23 @@ std::vector<SwitchPort> switchPorts(Unit& unit) {
   Query rows(unit.database(),
              "SELECT \"Link\", \"Speed\", \"RxPackets\", \"TxPackets\" FROM \"SwitchStat\" ORDER BY rowid");
   while (rows.next())
-    ports.push_back({static_cast<int>(ports.size()) + 1, rows.text(0) == linkUp, std::string(rows.text(1)),
+    ports.push_back({static_cast<int>(ports.size()) + 1, rows.text(0) == "up", std::string(rows.text(1)),
                      std::string(rows.text(2)), std::string(rows.text(3))});
   return ports;
 }
 
 void moveTraffic(Database& database) {
-  {
-    Query isOn(database, "SELECT 1 FROM traffic WHERE is_on");
-    if (!isOn.next())
-      return;
-  }
+  if (database.firstRow("SELECT 1 FROM traffic WHERE is_on").empty())
+    return;
+  settleLine(database);
   Transaction transaction(database);
-  std::int64_t movedUntil = 0;
-  {
-    Query traffic(database, "SELECT moved_until_ms FROM traffic");
-    traffic.next();
-    movedUntil = traffic.number(0);
-  }
+  const std::int64_t movedUntil = trafficMovedUntil(database);
   // The clock starts anew with the machine: what lies in its future was moved before that.
   const std::int64_t now = clock::nowMs();
   const std::int64_t steps = std::max<std::int64_t>(now - movedUntil, 0) / stepMs;
   const std::int64_t movedNow = movedUntil > now ? now : movedUntil + steps * stepMs;
   if (movedNow == movedUntil)
     return;
-  settleLine(database);
   for (const MovingTable& table : movingTables)
     moveTable(database, table, steps);
   execute(database, "UPDATE traffic SET moved_until_ms = ?", movedNow);

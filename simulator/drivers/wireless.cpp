@@ -179,6 +179,10 @@ std::string recordText(unsigned long, const void* argument) {
          " set=" + std::to_string(request->set);
 }
 
+void recordChange(Unit& unit, bool isDone, const std::string& change) {
+  unit.record("radio", isDone ? change : "refused " + change);
+}
+
 bool isUp(Unit& unit) {
   Query radio(unit.database(), "SELECT 1 FROM radio WHERE is_up");
   return radio.next();
@@ -217,20 +221,20 @@ void setRadioPower(Unit& unit, bool isOn) {
 }
 
 bool setRadioChannel(Unit& unit, int channel) {
-  if (channel < lowestRadioChannel || channel > highestRadioChannel || isUp(unit))
-    return false;
-  execute(unit.database(), "UPDATE radio SET hw_channel = ?, target_channel = ?, scan_channel = ?", channel, channel,
-          channel);
-  unit.record("radio", "channel " + std::to_string(channel));
-  return true;
+  const bool isPossible = channel >= lowestRadioChannel && channel <= highestRadioChannel && !isUp(unit);
+  if (isPossible)
+    execute(unit.database(), "UPDATE radio SET hw_channel = ?, target_channel = ?, scan_channel = ?", channel, channel,
+            channel);
+  recordChange(unit, isPossible, "channel " + std::to_string(channel));
+  return isPossible;
 }
 
 bool setRadioSsid(Unit& unit, std::string_view ssid) {
-  if (ssid.size() > longestSsid || !isUp(unit))
-    return false;
-  execute(unit.database(), "UPDATE radio SET ssid = ?, ssid_length = -1", ssid);
-  unit.record("radio", "ssid " + std::string(ssid));
-  return true;
+  const bool isPossible = ssid.size() <= longestSsid && isUp(unit);
+  if (isPossible)
+    execute(unit.database(), "UPDATE radio SET ssid = ?, ssid_length = -1", ssid);
+  recordChange(unit, isPossible, "ssid " + std::string(ssid));
+  return isPossible;
 }
 
 bool joinStation(Unit& unit) {

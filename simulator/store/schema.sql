@@ -215,10 +215,14 @@ CREATE TABLE switch_ports (
   megabits INTEGER NOT NULL -- while the link is up
 );
 
+CREATE VIEW switch_links AS
+  SELECT row_number() OVER (ORDER BY rowid) AS port, rowid AS store_row, "Link" = 'up' AS is_up, "Speed" AS megabits
+  FROM "SwitchStat";
+
 CREATE TABLE net_devices (
   name TEXT PRIMARY KEY,
-  flags INTEGER NOT NULL,     -- of the kernel, without IFF_RUNNING, which follows the link
-  switch_row INTEGER NOT NULL -- data row of "SwitchStat" whose link it has
+  flags INTEGER NOT NULL, -- of the kernel, without IFF_RUNNING, which follows the link
+  port INTEGER NOT NULL   -- of the switch, whose link it has
 ) WITHOUT ROWID;
 
 CREATE TABLE traffic (
