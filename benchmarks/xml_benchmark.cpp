@@ -79,7 +79,7 @@ bool isComplete(std::string_view result) {
 }
 
 void ftm(benchmark::State& state) {
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     auto* const text = static_cast<char*>(std::malloc(sizeof document));
     std::memcpy(text, document, sizeof document);
     const XmlTree tree(create_xml_object(text));
@@ -98,7 +98,7 @@ void ftm(benchmark::State& state) {
 BENCHMARK(ftm);
 
 void tinyxml2(benchmark::State& state) {
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     tinyxml2::XMLDocument tree;
     tree.Parse(document, sizeof document - 1);
     tinyxml2::XMLPrinter result;
@@ -116,7 +116,7 @@ struct TextWriter : pugi::xml_writer {
 };
 
 void pugixml(benchmark::State& state) {
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     pugi::xml_document tree;
     tree.load_buffer(document, sizeof document - 1);
     TextWriter result;

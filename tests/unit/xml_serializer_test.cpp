@@ -41,6 +41,16 @@ struct Output {
   unsigned long count;
 };
 
+/// Dumps a tree whose text has `length` characters into a buffer of `size` bytes, and looks at the byte behind it.
+void expectToStayWithin(unsigned long size, const XmlTree& tree, std::size_t length) {
+  Output output(size);
+  EXPECT_EQ(output.dump(tree, true), 0);
+  EXPECT_LT(output.count, size);
+  EXPECT_EQ(std::strlen(output.buffer.get()), output.count);
+  EXPECT_EQ(output.buffer[size], '#');
+  EXPECT_EQ(output.count == length, size == length + 1) << size;
+}
+
 /// What a piece prints on standard output.
 std::string printed(const char* text) {
   unsigned long count = 0;
@@ -263,15 +273,9 @@ TEST(XmlDump, DropsAPieceThatDoesNotFitAndAppendsSmallerOnesAfterIt) {
 
 TEST(XmlDump, StaysWithinABufferOfAnySize) {
   const XmlTree tree = parsed("<?xml a=1?><A b=\"2\">text<B/><C>3</C></A>");
-  const std::string whole = written(tree.get(), true);
-  for (unsigned long size = 1; size <= whole.size() + 1; ++size) {
-    Output output(size);
-    EXPECT_EQ(output.dump(tree, true), 0);
-    EXPECT_LT(output.count, size);
-    EXPECT_EQ(std::strlen(output.buffer.get()), output.count);
-    EXPECT_EQ(output.buffer[size], '#');
-    EXPECT_EQ(output.count == whole.size(), size == whole.size() + 1) << size;
-  }
+  const std::size_t length = written(tree.get(), true).size();
+  for (unsigned long size = 1; size <= length + 1; ++size)
+    expectToStayWithin(size, tree, length);
 }
 
 TEST(XmlLineDump, NeedsRoomForThePieceAndItsNul) {

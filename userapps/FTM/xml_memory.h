@@ -38,7 +38,7 @@ void xmlAppend(Type**& array, Type* entry) {
   std::size_t count = 0;
   while (array != nullptr && array[count] != nullptr)
     ++count;
-  array = static_cast<Type**>(xmlAllocated(std::realloc(array, (count + 2) * sizeof(entry))));
+  array = static_cast<Type**>(xmlAllocated(std::realloc(array, (count + 2) * sizeof(void*))));
   array[count] = entry;
   array[count + 1] = nullptr;
 }

@@ -11,11 +11,11 @@ namespace {
 /// Counts the characters of the pieces.
 class LengthSink {
 public:
-  explicit LengthSink(unsigned long& length) : m_length(length) {}
-  void piece(std::string_view text) { m_length += text.size(); }
+  explicit LengthSink(unsigned long* length) : m_length(length) {}
+  void piece(std::string_view text) { *m_length += text.size(); }
 
 private:
-  unsigned long& m_length;
+  unsigned long* m_length;
 };
 
 /// Prints what printf() prints of a format without arguments: "%%" is a "%", and a conversion, having nothing to
@@ -40,26 +40,26 @@ void printFormat(std::string_view format) {
 /// Appends the pieces that fit to a text, and echoes all of them when asked to.
 class TextSink {
 public:
-  TextSink(char* buffer, unsigned long size, bool echo, unsigned long& written)
-      : m_end(buffer == nullptr ? nullptr : buffer + strnlen(buffer, std::min(size, written))), m_size(size),
+  TextSink(char* buffer, unsigned long size, bool echo, unsigned long* written)
+      : m_end(buffer == nullptr ? nullptr : buffer + strnlen(buffer, std::min(size, *written))), m_size(size),
         m_echo(echo), m_written(written) {}
 
   void piece(std::string_view text) {
     if (m_echo)
       printFormat(text);
-    if (m_end == nullptr || m_written >= m_size || text.size() >= m_size - m_written)
+    if (m_end == nullptr || *m_written >= m_size || text.size() >= m_size - *m_written)
       return;
     std::memcpy(m_end, text.data(), text.size());
     m_end += text.size();
     *m_end = '\0';
-    m_written += text.size();
+    *m_written += text.size();
   }
 
 private:
   char* m_end; ///< the NUL of the text, so that appending need not look for it
   unsigned long m_size;
   bool m_echo;
-  unsigned long& m_written;
+  unsigned long* m_written;
 };
 
 template <class Sink>
@@ -146,7 +146,7 @@ private:
 
 void XML_LineDump(const char* pLineText, char* pBuffer, unsigned long ulBufferSize, int bPrint,
                   unsigned long* ulBytesWritten) {
-  TextSink(pBuffer, ulBufferSize, bPrint != 0, *ulBytesWritten).piece(pLineText);
+  TextSink(pBuffer, ulBufferSize, bPrint != 0, ulBytesWritten).piece(pLineText);
 }
 
 int DumpToXML(const ST_XML_ELEMENT* pXmlElement, char* pBuffer, unsigned long ulBufferSize,
@@ -155,7 +155,7 @@ int DumpToXML(const ST_XML_ELEMENT* pXmlElement, char* pBuffer, unsigned long ul
     return -2;
   if (pXmlElement == nullptr)
     return 0;
-  TextSink sink(pBuffer, ulBufferSize, bPrint != 0, *pBytesWritten);
+  TextSink sink(pBuffer, ulBufferSize, bPrint != 0, pBytesWritten);
   ElementWriter(sink, bReadable != 0).element(*pXmlElement, iLevel);
   return pBuffer != nullptr && *pBytesWritten > ulBufferSize ? -1 : 0;
 }
@@ -163,6 +163,6 @@ int DumpToXML(const ST_XML_ELEMENT* pXmlElement, char* pBuffer, unsigned long ul
 void XML_fileLength(const ST_XML_ELEMENT* pXmlElement, unsigned long* pFileSize, int bReadable, int iLevel) {
   if (pXmlElement == nullptr)
     return;
-  LengthSink sink(*pFileSize);
+  LengthSink sink(pFileSize);
   ElementWriter(sink, bReadable != 0).element(*pXmlElement, iLevel);
 }
