@@ -121,6 +121,7 @@ EStep handleWrongBlock(WriteTransfer& transfer) {
     return EStep::failed;
   }
   transfer.expected = previous;
+  transfer.dataLength = tftpBlockSize; // only the block that is due may end the file, however short a repeated one is
   TFTPcountSeqError();
   return EStep::more;
 }
