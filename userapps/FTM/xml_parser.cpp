@@ -190,16 +190,15 @@ char* findEndTag(char* content, std::string_view tag) {
   return nullptr;
 }
 
-/// Reads the text body and the extent of the children. The cursor ends in the end tag; null when there is none.
+/// Reads the text body, which the children's parser passes over again, and the extent of the children. The cursor ends
+/// in the end tag; null when there is none.
 void readContent(char*& cursor, ElementParts& parts) {
   parts.content = cursor;
   char* const firstTag = std::strchr(cursor, '<');
   char* body = cursor;
   skip_space(&body);
-  if (firstTag != nullptr && body != firstTag) {
+  if (firstTag != nullptr && body != firstTag)
     parts.text = {body, static_cast<std::size_t>(firstTag - body)};
-    parts.content = firstTag;
-  }
   char* const endTag = findEndTag(parts.content, parts.tag);
   if (endTag != nullptr)
     *endTag = '\0';

@@ -83,7 +83,7 @@ ST_XML_ELEMENT* GetElement(const ST_XML_ELEMENT* pXmlElement, const char* tag) {
 }
 
 const char* GetElementBody(const ST_XML_ELEMENT* pXmlElement, const char* tag) {
-  if (pXmlElement == nullptr || tag == nullptr)
+  if (tag == nullptr)
     return nullptr;
   const std::size_t length = strnlen(tag, pathSize);
   if (length == pathSize)
