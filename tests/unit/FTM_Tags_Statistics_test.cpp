@@ -233,6 +233,8 @@ TEST_F(StatisticsFiles, EveryElementOfTheFileHasASource) {
 }
 
 TEST_F(StatisticsFiles, ChannelNumberIsATextBesideItsChildren) {
+  pstFTMStatElmt = CreateFtmStatisticsXml();
+  SetTextBody(GetElement(GetElement(GetElement(pstFTMStatElmt, "FTM_STATS"), "ATM"), "VC_CHAN_NUM"), "before");
   fillEverything();
   EXPECT_THAT(readStatistics(), testing::HasSubstr("<VC_CHAN_NUM>\r\n        1\r\n        <VC_VPI>\r\n"));
 }
