@@ -102,8 +102,8 @@ private:
     if (poll(&waiting, 1, answerTimeoutMs) != 1)
       fail("no answer");
     socklen_t addressSize = sizeof m_server;
-    const ssize_t length = recvfrom(m_socket, m_packet.data(), m_packet.size(), 0,
-                                    reinterpret_cast<sockaddr*>(&m_server), &addressSize);
+    const ssize_t length =
+        recvfrom(m_socket, m_packet.data(), m_packet.size(), 0, reinterpret_cast<sockaddr*>(&m_server), &addressSize);
     if (length < static_cast<ssize_t>(headerSize))
       fail("a packet too short");
     if (m_packet[1] != opcode || (m_packet[2] << 8 | m_packet[3]) != block)

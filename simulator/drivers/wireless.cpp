@@ -58,7 +58,7 @@ int getMac(Unit& unit, wl_ioctl& request) {
   Query radio(unit.database(), "SELECT mac FROM radio");
   if (!radio.next())
     return -EIO;
-  std::sscanf(std::string(radio.text(0)).c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &mac[0], &mac[1], &mac[2],
+  std::sscanf(std::string(radio.text(0)).c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", mac.data(), &mac[1], &mac[2],
               &mac[3], &mac[4], &mac[5]);
   return answerWith(request, mac);
 }

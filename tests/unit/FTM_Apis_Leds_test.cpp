@@ -15,7 +15,6 @@
 #include "userapps/FTM/FTM_Tags.h"
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 namespace {

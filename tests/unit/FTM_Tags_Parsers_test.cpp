@@ -6,9 +6,6 @@
 #include "tests/unit/config_file.h"
 #include "tests/unit/device_lines.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 std::vector<std::string> pointWritten(int point, int data) {

@@ -51,7 +51,7 @@ protected:
     unsigned long size = 0;
     if (TFTP_createXmlFile(&text, &size, tree.get()) != 0)
       return "not serialised";
-    const std::string result = text;
+    std::string result = text;
     std::free(text);
     return result;
   }

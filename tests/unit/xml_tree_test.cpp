@@ -507,7 +507,7 @@ TEST(XmlAddElement, GrowsTheArrayToExactlyWhatItHolds) {
   memory.reallocatedTo.clear();
   for (const char* tag : {"B", "C", "D"})
     addChild(tree, tag);
-  constexpr std::size_t pointer = sizeof(ST_XML_ELEMENT*);
+  constexpr std::size_t pointer = sizeof(void*);
   EXPECT_THAT(memory.reallocatedTo, ElementsAre(2 * pointer, 3 * pointer, 4 * pointer));
   EXPECT_EQ(GetElements(tree.get())[3], nullptr);
 }
