@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "simulator/database.h"
+#include "simulator/drivers/gpio.h"
 #include "simulator/faults.h"
 #include "simulator/journal.h"
 #include "simulator/store/embedded_sql.h"
@@ -209,9 +210,11 @@ std::filesystem::path Unit::gatewayPath(std::string_view path) const {
 }
 
 void Unit::reboot() {
-  Query query(database(), "SELECT next_boot FROM flash");
-  const std::string kind = query.next() ? std::string(query.text(0)) : std::string(normalBoot);
-  record("reboot", kind);
+  {
+    Query query(database(), "SELECT next_boot FROM flash");
+    record("reboot", query.next() ? query.text(0) : normalBoot);
+  }
+  restartGpio(database());
   journalBook().flush();
   if (onReboot)
     onReboot();

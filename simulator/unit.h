@@ -41,7 +41,7 @@ class Tables;
 
 class Unit {
 public:
-  /// A unit in factory state that lives in memory, for tests. A reboot only writes the journal.
+  /// A unit in factory state that lives in memory, for tests. A reboot does not end the process.
   static std::unique_ptr<Unit> inMemory();
   /// The unit kept in `folder`; created there in factory state when there is none. Throws
   /// std::runtime_error when that can't be done.

@@ -187,6 +187,13 @@ void setInput(Database& database, int number, bool isClosed) {
   keep(database, number, isClosed);
 }
 
+void restartGpio(Database& database) {
+  Transaction transaction(database);
+  execute(database, "UPDATE gpio SET value = 0 WHERE kind <> ?", inputKind);
+  leaveTestMode(database);
+  transaction.commit();
+}
+
 const Requests gpioRequests{answer, record};
 
 } // namespace gateway

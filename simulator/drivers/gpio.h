@@ -21,5 +21,8 @@ std::vector<GpioPoint> gpioPoints(Database& database);
 bool isInTestMode(Database& database);
 /// Closes or opens an input, as somebody does who presses a button. Throws std::runtime_error for a point that is none.
 void setInput(Database& database, int number, bool isClosed);
+/// Puts the driver where it is after a reboot: outside factory test mode, with all outputs off. The inputs stay as they
+/// are: whoever presses a button goes on with that.
+void restartGpio(Database& database);
 
 } // namespace gateway

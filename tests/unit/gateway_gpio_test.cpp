@@ -255,4 +255,21 @@ TEST_F(Gpio, ReadShowsItsAnswerInTheJournal) {
   EXPECT_THAT(journal(), ElementsAre(gpioRequest(GPIOCTRL_READIO, 1, 1)));
 }
 
+TEST_F(Gpio, RebootEndsTestModeAndOpensAllOutputs) {
+  const std::set<std::string> before = lit();
+  enterTestMode();
+  request(GPIOCTRL_ALLLEDS_ON);
+  for (const int point : {int{eVoiceRly1}, int{eDSLPair}})
+    ASSERT_EQ(write(point, 1), 0);
+  gateway::setInput(unit().database(), eResetSwInput, true);
+
+  unit().reboot();
+
+  EXPECT_FALSE(gateway::isInTestMode(unit().database()));
+  EXPECT_EQ(lit(), before);
+  EXPECT_EQ(read(eVoiceRly1), 0);
+  EXPECT_EQ(read(eDSLPair), 0);
+  EXPECT_EQ(read(eResetSwInput), 1);
+}
+
 } // namespace
