@@ -162,7 +162,8 @@ bool isReady(Unit& unit) {
 
 bool hasRow(Unit& unit, const Options& options) {
   const auto rows = unit.journal(options.after, options.kind);
-  return std::ranges::any_of(rows, [&](const JournalRow& row) { return row.text.find(options.text) != row.text.npos; });
+  return std::ranges::any_of(rows,
+                             [&](const JournalRow& row) { return row.text.find(options.text) != std::string::npos; });
 }
 
 /// Waits until a condition of the unit holds; a unit that is not there yet has none.
@@ -261,9 +262,7 @@ void addWait(CLI::App& app, Options& options) {
   row->callback([&] { waitUntil(options, [&](Unit& unit) { return hasRow(unit, options); }); });
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   Options options;
   int status = EXIT_SUCCESS;
   CLI::App app("A gateway on a desk, with the test-mode service on it.", "gateway");
@@ -280,9 +279,17 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {
     return app.exit(error);
+  }
+  return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "gateway: %s\n", error.what());
     return EXIT_FAILURE;
   }
-  return status;
 }

@@ -79,6 +79,7 @@ protected:
     std::string words[] = {"sh", "-c"};
     char* const arguments[] = {words[0].data(), words[1].data(), command.data(), nullptr};
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (const std::string& variable : variables)
       environment.push_back(const_cast<char*>(variable.c_str()));
     environment.push_back(nullptr);

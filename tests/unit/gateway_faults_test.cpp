@@ -3,6 +3,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "simulator/faults.h"
 #include "tests/unit/bench_unit.h"
@@ -11,8 +12,20 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-using GatewayFaults = BenchUnit;
-}
+
+class GatewayFaults : public BenchUnit {
+protected:
+  static bool isTaken(const std::string& name, bool on) {
+    try {
+      unit().setFault(name, on);
+      return true;
+    } catch (const std::runtime_error&) {
+      return false;
+    }
+  }
+};
+
+} // namespace
 
 TEST_F(GatewayFaults, AreOnUntilTheyAreSwitchedOff) {
   EXPECT_FALSE(unit().hasFault("session"));
@@ -51,18 +64,20 @@ TEST_F(GatewayFaults, HaveAnExampleOfEachForm) {
   for (const gateway::FaultForm& fault : gateway::faultForms()) {
     const auto example = examples.find(fault.form);
     const std::string name = example != examples.end() ? example->second : fault.form;
-    EXPECT_NO_THROW(unit().setFault(name, true)) << name;
-    EXPECT_TRUE(unit().hasFault(name)) << name;
+    EXPECT_TRUE(isTaken(name, true) && unit().hasFault(name)) << name;
   }
 }
 
 TEST_F(GatewayFaults, RefuseNamesThatAreNone) {
+  std::vector<std::string> taken;
   for (const char* const name :
        {"", " ", "sessions", "session x", "table", "table NoTable", "table Xcvr x", "table  Xcvr", "open /dev/null",
         "open", "request /dev/flshmgmt", "request /dev/flshmgmt x", "request /dev/flshmgmt 0x27",
         "request /dev/null 39", "request socket 39", "file /etc/passwd", "field NoColumn", "commit ",
         "refuse /dev/flshmgmt 7"})
     for (const bool on : {true, false})
-      EXPECT_THROW(unit().setFault(name, on), std::runtime_error) << name;
+      if (isTaken(name, on))
+        taken.emplace_back(name);
+  EXPECT_THAT(taken, IsEmpty());
   EXPECT_THAT(unit().faults().names(), IsEmpty());
 }

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <syslog.h>
 
+#include <array>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -24,6 +25,7 @@ constexpr std::size_t keptRows = 100'000;
 
 std::vector<std::string> texts(const std::vector<JournalRow>& rows) {
   std::vector<std::string> result;
+  result.reserve(rows.size());
   for (const JournalRow& row : rows)
     result.push_back(row.text);
   return result;
@@ -85,15 +87,15 @@ TEST_F(GatewayJournal, HoldsLogLinesOfAnyLength) {
 
 TEST_F(GatewayJournal, HoldsRowsOfAllThreads) {
   constexpr int perThread = 500;
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread)
-    threads.emplace_back([] {
+  std::array<std::thread, 4> threads;
+  for (std::thread& thread : threads)
+    thread = std::thread([] {
       for (int number = 0; number < perThread; ++number)
         unit().record("a", std::to_string(number));
     });
   for (std::thread& thread : threads)
     thread.join();
-  EXPECT_EQ(journal().size(), 4U * perThread);
+  EXPECT_EQ(journal().size(), threads.size() * perThread);
 }
 
 TEST_F(GatewayJournalOfAFolder, TakesAFloodInSecondsAndKeepsTheNewestRows) {

@@ -17,6 +17,7 @@
 using gateway::Unit;
 using testing::AllOf;
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -53,6 +54,47 @@ int write(void* session, const char* table, int row, const char* column, const c
   return cfg_setField(session, table, row, cfg_findCol(session, table, column), value);
 }
 
+std::vector<std::string> header(void* session, const std::string& table) {
+  return row(*read(session, table.c_str()), -1);
+}
+
+using Positions = std::map<std::size_t, std::string>;
+
+/// The names that a header has at some positions.
+Positions namesAt(const std::vector<std::string>& header, const Positions& positions) {
+  Positions names;
+  for (const auto& [position, name] : positions)
+    names[position] = position < header.size() ? header[position] : "none";
+  return names;
+}
+
+/// The positions that the store finds for some names.
+Positions positionsOf(void* session, const std::string& table, const Positions& names) {
+  Positions found;
+  for (const auto& [position, name] : names)
+    found[static_cast<std::size_t>(cfg_findCol(session, table.c_str(), name.c_str()))] = name;
+  return found;
+}
+
+/// What staging a cell of a table results in, by role.
+std::vector<int> stagingResults(const std::string& table) {
+  std::vector<int> results;
+  results.reserve(CFG_ROLE_END);
+  for (int role = CFG_ROLE_MODEM; role < CFG_ROLE_END; ++role) {
+    const StoreSessionOf session(role);
+    EXPECT_EQ(cfg_startTransaction(session), CFG_ERR_OK);
+    results.push_back(cfg_setField(session, table.c_str(), 0, 0, "x"));
+  }
+  return results;
+}
+
+/// Writes one of the production data in a transaction of its own.
+int writeAtOnce(void* session, const char* column, const std::string& value) {
+  cfg_startTransaction(session);
+  write(session, "ProductionData", 0, column, value.c_str());
+  return cfg_commitTransaction(session);
+}
+
 class GatewayStore : public BenchUnit {
 protected:
   static std::string production(std::string_view column) { return unit().cell("ProductionData", 0, column).value(); }
@@ -64,7 +106,7 @@ const std::vector<std::string> productionColumns{"ModelNum", "SerialNum", "MacAd
 
 TEST_F(GatewayStore, HasEveryTableWithItsPositions) {
   const StoreSessionOf session(CFG_ROLE_MODEM);
-  const std::map<std::string, std::map<std::size_t, std::string>> positions{
+  const std::map<std::string, Positions> positions{
       {"ProductionData",
        {{0, "ModelNum"}, {1, "SerialNum"}, {2, "MacAddr"}, {3, "Date"}, {4, "Revision"}, {5, "E164"}}},
       {"AppSwInfo", {{2, "Version"}, {4, "ReleaseBuildVersion"}}},
@@ -99,16 +141,16 @@ TEST_F(GatewayStore, HasEveryTableWithItsPositions) {
   };
   EXPECT_EQ(positions.size(), gateway::storeTables().size());
   for (const auto& [table, columns] : positions) {
-    const Snapshot snapshot = read(session, table.c_str());
-    ASSERT_TRUE(snapshot) << table;
-    EXPECT_GE(snapshot->nRows, 1) << table;
-    const std::vector<std::string> header = row(*snapshot, -1);
-    EXPECT_EQ(header, unit().columns(table));
-    for (const auto& [position, name] : columns) {
-      ASSERT_LT(position, header.size()) << table;
-      EXPECT_EQ(header[position], name) << table;
-      EXPECT_EQ(cfg_findCol(session, table.c_str(), name.c_str()), static_cast<int>(position)) << table;
-    }
+    EXPECT_EQ(namesAt(header(session, table), columns), columns) << table;
+    EXPECT_EQ(positionsOf(session, table, columns), columns) << table;
+  }
+}
+
+TEST_F(GatewayStore, HeadsItsSnapshotsWithTheNamesOfTheColumns) {
+  const StoreSessionOf session(CFG_ROLE_MODEM);
+  for (const gateway::StoreTable& table : gateway::storeTables()) {
+    EXPECT_EQ(header(session, table.name), unit().columns(table.name));
+    EXPECT_GE(read(session, table.name)->nRows, 1) << table.name;
   }
 }
 
@@ -130,6 +172,7 @@ TEST_F(GatewayStore, LeavesTheFactoryWithWhatTheServiceLooksFor) {
   EXPECT_THAT(byNickName["Omnilane"], testing::StartsWith("eth"));
   std::vector<std::string> devices;
   const Snapshot netDev = read(session, "NetDev");
+  devices.reserve(static_cast<std::size_t>(netDev->nRows));
   for (int number = 0; number < netDev->nRows; ++number)
     devices.push_back(row(*netDev, number)[0]);
   EXPECT_THAT(devices, AllOf(Contains("wl0"), Contains(byNickName["Omnilane"]), Contains("nas0")));
@@ -162,31 +205,37 @@ TEST_F(GatewayStore, FindsNoColumnThatIsNone) {
 
 TEST_F(GatewayStore, AnswersMissingArgumentsWithAnError) {
   const StoreSessionOf session(CFG_ROLE_FACTORY);
-  ST_CFG_TABLE* snapshot = nullptr;
-  EXPECT_NE(cl_cfg_getTable(nullptr, "ProductionData", &snapshot, "", "", 0), CFG_ERR_OK);
-  EXPECT_NE(cl_cfg_getTable(session, nullptr, &snapshot, "", "", 0), CFG_ERR_OK);
-  EXPECT_NE(cl_cfg_getTable(session, "ProductionData", nullptr, "", "", 0), CFG_ERR_OK);
-  EXPECT_NE(cfg_endSession(nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_freeTable(nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_startTransaction(nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_commitTransaction(nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_abortTransaction(nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_resetCfg(nullptr, 0), CFG_ERR_OK);
-  EXPECT_NE(cfg_setListen(nullptr, nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_setListen(session, nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_listenSubject(nullptr, "a"), CFG_ERR_OK);
-  EXPECT_NE(cfg_listenSubject(session, nullptr), CFG_ERR_OK);
-  EXPECT_NE(cfg_sendMsg(nullptr, "a", "b"), CFG_ERR_OK);
-  EXPECT_NE(cfg_sendMsg(session, nullptr, "b"), CFG_ERR_OK);
-  EXPECT_NE(cfg_sendMsg(session, "a", nullptr), CFG_ERR_OK);
-  EXPECT_NE(cl_cfg_service(nullptr, "", "", 0), CFG_ERR_OK);
-  EXPECT_EQ(cfg_findCol(nullptr, "ProductionData", "ModelNum"), -1);
-  EXPECT_EQ(cfg_findCol(session, nullptr, "ModelNum"), -1);
-  EXPECT_EQ(cfg_findCol(session, "ProductionData", nullptr), -1);
   ASSERT_EQ(cfg_startTransaction(session), CFG_ERR_OK);
-  EXPECT_NE(cfg_setField(nullptr, "ProductionData", 0, 0, "x"), CFG_ERR_OK);
-  EXPECT_NE(cfg_setField(session, nullptr, 0, 0, "x"), CFG_ERR_OK);
-  EXPECT_NE(cfg_setField(session, "ProductionData", 0, 0, nullptr), CFG_ERR_OK);
+  ST_CFG_TABLE* snapshot = nullptr;
+  const std::vector<int> results{
+      cl_cfg_getTable(nullptr, "ProductionData", &snapshot, "", "", 0),
+      cl_cfg_getTable(session, nullptr, &snapshot, "", "", 0),
+      cl_cfg_getTable(session, "ProductionData", nullptr, "", "", 0),
+      cfg_endSession(nullptr),
+      cfg_freeTable(nullptr),
+      cfg_startTransaction(nullptr),
+      cfg_commitTransaction(nullptr),
+      cfg_abortTransaction(nullptr),
+      cfg_resetCfg(nullptr, 0),
+      cfg_setListen(nullptr, nullptr),
+      cfg_setListen(session, nullptr),
+      cfg_listenSubject(nullptr, "a"),
+      cfg_listenSubject(session, nullptr),
+      cfg_sendMsg(nullptr, "a", "b"),
+      cfg_sendMsg(session, nullptr, "b"),
+      cfg_sendMsg(session, "a", nullptr),
+      cl_cfg_service(nullptr, "", "", 0),
+      cfg_setField(nullptr, "ProductionData", 0, 0, "x"),
+      cfg_setField(session, nullptr, 0, 0, "x"),
+      cfg_setField(session, "ProductionData", 0, 0, nullptr),
+  };
+  EXPECT_THAT(results, Each(CFG_ERR_PARMS));
+  const std::vector<int> columns{
+      cfg_findCol(nullptr, "ProductionData", "ModelNum"),
+      cfg_findCol(session, nullptr, "ModelNum"),
+      cfg_findCol(session, "ProductionData", nullptr),
+  };
+  EXPECT_THAT(columns, Each(-1));
 }
 
 TEST_F(GatewayStore, StartsSessionsInKnownRolesOnly) {
@@ -200,43 +249,34 @@ TEST_F(GatewayStore, StartsSessionsInKnownRolesOnly) {
 }
 
 TEST_F(GatewayStore, LetsRolesWriteTheirTablesOnly) {
-  const std::set<int> factory{CFG_ROLE_FACTORY, CFG_ROLE_FACTORY_UPDATE, CFG_ROLE_FACTORY_TR069_UPDATE};
-  std::set<int> users = factory;
-  users.insert({CFG_ROLE_WEB_GUI, CFG_ROLE_CMDLINE});
-  const std::map<std::string, std::set<int>> writers{
-      {"ProductionData", factory},
-      {"ProductInfo", factory},
-      {"AppSwInfo", factory},
-      {"ProductType", factory},
-      {"XcvrTable", users},
-      {"LedTable", users},
-      {"WlanConfig", users},
-      {"Xcvr", {}},
-      {"NetDev", {}},
-      {"ProductInterfaces", factory},
-      {"FlashErr", {}},
-      {"SwitchStat", {}},
-      {"BcmAtm", {}},
-      {"VccStat", {}},
-      {"WlanStations", {}},
+  constexpr int no = CFG_ERR_CMD;
+  constexpr int yes = CFG_ERR_OK;
+  // modem, web, LAN and WAN management, command line, factory, factory update, factory update from afar
+  const std::vector<int> factory{no, no, no, no, no, yes, yes, yes};
+  const std::vector<int> users{no, yes, no, no, yes, yes, yes, yes};
+  const std::vector<int> nobody{no, no, no, no, no, no, no, no};
+  const std::map<std::string, std::vector<int>> writers{
+      {"ProductionData", factory}, {"ProductInfo", factory},
+      {"AppSwInfo", factory},      {"ProductType", factory},
+      {"XcvrTable", users},        {"LedTable", users},
+      {"WlanConfig", users},       {"Xcvr", nobody},
+      {"NetDev", nobody},          {"ProductInterfaces", factory},
+      {"FlashErr", nobody},        {"SwitchStat", nobody},
+      {"BcmAtm", nobody},          {"VccStat", nobody},
+      {"WlanStations", nobody},
   };
   EXPECT_EQ(writers.size(), gateway::storeTables().size());
-  for (const auto& [table, roles] : writers)
-    for (int role = CFG_ROLE_MODEM; role < CFG_ROLE_END; ++role) {
-      const StoreSessionOf session(role);
-      ASSERT_EQ(cfg_startTransaction(session), CFG_ERR_OK);
-      const int expected = roles.contains(role) ? CFG_ERR_OK : CFG_ERR_CMD;
-      EXPECT_EQ(cfg_setField(session, table.c_str(), 0, 0, "x"), expected) << table << " by role " << role;
-    }
+  for (const auto& [table, results] : writers)
+    EXPECT_EQ(stagingResults(table), results) << table;
 }
 
 TEST_F(GatewayStore, RefusesCellsThatAreNot) {
   const StoreSessionOf session(CFG_ROLE_FACTORY);
   ASSERT_EQ(cfg_startTransaction(session), CFG_ERR_OK);
-  for (const int column : {-1, 6, 1'000'000, -2'000'000'000})
-    EXPECT_EQ(cfg_setField(session, "ProductionData", 0, column, "x"), CFG_ERR_RANGE) << column;
-  for (const int number : {-1, 1, 1'000'000, -2'000'000'000})
-    EXPECT_EQ(cfg_setField(session, "ProductionData", number, 0, "x"), CFG_ERR_RANGE) << number;
+  const std::vector<std::pair<int, int>> cells{{0, -1}, {0, 6}, {0, 1'000'000}, {0, -2'000'000'000},
+                                               {-1, 0}, {1, 0}, {1'000'000, 0}, {-2'000'000'000, 0}};
+  for (const auto& [number, column] : cells)
+    EXPECT_EQ(cfg_setField(session, "ProductionData", number, column, "x"), CFG_ERR_RANGE) << number << " " << column;
   EXPECT_EQ(cfg_setField(session, "NoTable", 0, 0, "x"), CFG_ERR_RANGE);
   EXPECT_EQ(cfg_commitTransaction(session), CFG_ERR_OK);
   EXPECT_THAT(journal(), IsEmpty());
@@ -309,13 +349,15 @@ TEST_F(GatewayStore, UndoesACommitThatFailsHalfway) {
 }
 
 TEST_F(GatewayStore, KeepsHostileValuesAsTheyAre) {
-  const std::string longValue(100'000, 'x');
-  for (const std::string& value : {std::string("'; DROP TABLE \"ProductionData\"; --"), std::string("\xFF\xFE\x80"),
-                                   std::string("a\nb\tc\x01"), std::string("\"?1'%s%n"), std::string(), longValue}) {
-    const StoreSessionOf session(CFG_ROLE_FACTORY);
-    ASSERT_EQ(cfg_startTransaction(session), CFG_ERR_OK);
-    ASSERT_EQ(write(session, "ProductionData", 0, "E164", value.c_str()), CFG_ERR_OK);
-    ASSERT_EQ(cfg_commitTransaction(session), CFG_ERR_OK);
+  const std::vector<std::string> values{"'; DROP TABLE \"ProductionData\"; --",
+                                        "\xFF\xFE\x80",
+                                        "a\nb\tc\x01",
+                                        "\"?1'%s%n",
+                                        "",
+                                        std::string(100'000, 'x')};
+  const StoreSessionOf session(CFG_ROLE_FACTORY);
+  for (const std::string& value : values) {
+    EXPECT_EQ(writeAtOnce(session, "E164", value), CFG_ERR_OK);
     EXPECT_EQ(row(*read(session, "ProductionData"), 0)[5], value);
     EXPECT_EQ(journal("write").back(), "ProductionData 0 E164=" + value);
   }
@@ -436,32 +478,44 @@ std::string productionData(Unit& unit) {
 
 } // namespace
 
+namespace {
+
+/// Commits one number after the other as all production data, and reports each.
+int writeNumbersForEver(const ProcessLine& line) {
+  const std::string last = gateway::theUnit().cell("ProductionData", 0, "E164").value();
+  for (int number = std::atoi(last.c_str()) + 1; writeProductionData(std::to_string(number)) == CFG_ERR_OK; ++number)
+    line.tell(number);
+  return EXIT_FAILURE;
+}
+
+/// All commits up to a reported one are there, and perhaps a later one, each with its rows of the journal.
+void expectWholeCommits(Unit& unit, int reported) {
+  const std::string found = productionData(unit);
+  const int last = std::atoi(found.c_str());
+  EXPECT_GE(last, reported);
+  const auto writes = unit.journal(0, "write");
+  EXPECT_EQ(writes.size(), productionColumns.size() * static_cast<std::size_t>(last));
+  EXPECT_EQ(writes.back().text, "ProductionData 0 E164=" + found);
+}
+
+} // namespace
+
 TEST_F(GatewayStoreOfProcesses, HoldsProductionDataAsAWholeWhenAWriterIsKilled) {
   constexpr int rounds = 200;
   for (int round = 0; round < rounds && !HasFailure(); ++round) {
-    Child writer = inChild([](const ProcessLine& line) {
-      const int start = std::atoi(gateway::theUnit().cell("ProductionData", 0, "E164").value().c_str());
-      for (int number = start + 1; writeProductionData(std::to_string(number)) == CFG_ERR_OK; ++number)
-        line.tell(number);
-      return EXIT_FAILURE;
-    });
+    Child writer = inChild(writeNumbersForEver);
     int committed = 0;
     for (int report = 0; report <= round % 4; ++report)
       committed = writer.line().hear();
     writer.kill(); // while it is at the next one
-    EXPECT_GT(committed, 0);
-    const auto unit = Unit::open(folder());
-    const std::string found = productionData(*unit);
-    EXPECT_GE(std::atoi(found.c_str()), committed);
-    const auto writes = unit->journal(0, "write");
-    EXPECT_EQ(writes.size(), productionColumns.size() * static_cast<std::size_t>(std::atoi(found.c_str())));
-    EXPECT_EQ(writes.back().text, "ProductionData 0 E164=" + found);
+    ASSERT_GT(committed, 0);
+    expectWholeCommits(*Unit::open(folder()), committed);
   }
 }
 
 TEST_F(GatewayStoreOfProcesses, LetsTwoProcessesWriteAndAThirdReadAtOnce) {
   constexpr int commits = 100;
-  const std::size_t allWrites = 2 * commits * productionColumns.size();
+  const std::size_t allWrites = std::size_t{2} * commits * productionColumns.size();
   std::vector<Child> writers;
   for (const std::string name : {"first ", "second "})
     writers.push_back(inChild([name](const ProcessLine& line) {
@@ -526,6 +580,7 @@ TEST_F(GatewayStoreOfProcesses, CarriesMessagesFromOneProcessToAnother) {
 
 TEST_F(GatewayStoreOfProcesses, MakesAUnitOnceWhenManyOpenItAtOnce) {
   std::vector<Child> openers;
+  openers.reserve(8);
   for (int number = 0; number < 8; ++number)
     openers.push_back(inChild([](const ProcessLine&) {
       return gateway::theUnit().cell("ProductionData", 0, "SerialNum") == "1234" ? EXIT_SUCCESS : EXIT_FAILURE;

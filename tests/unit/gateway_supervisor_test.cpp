@@ -12,7 +12,6 @@
 #include "tests/unit/unit_folder.h"
 
 using gateway::Unit;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -28,6 +27,7 @@ public:
     std::vector<std::string> words{GATEWAY_PROGRAM, "up", "--unit", folder.string(), "--service", service};
     words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
       arguments.push_back(word.data());
     arguments.push_back(nullptr);
