@@ -140,9 +140,11 @@ constexpr MovingTable movingTables[] = {
 void moveTable(Database& database, const MovingTable& table, std::int64_t steps) {
   std::string sql = "UPDATE \"" + std::string(table.table) + "\" SET ";
   for (const MovingCount& count : table.counts) {
-    const std::string name = '"' + std::string(count.column) + '"';
-    sql += (&count != table.counts.data() ? ", " : "") + name + " = CAST(" + name + " AS INTEGER) + ?1 * " +
-           std::to_string(count.perStep);
+    char assignment[80];
+    std::snprintf(assignment, sizeof assignment, "%s\"%s\" = CAST(\"%s\" AS INTEGER) + ?1 * %lld",
+                  &count != table.counts.data() ? ", " : "", count.column, count.column,
+                  static_cast<long long>(count.perStep));
+    sql += assignment;
   }
   execute(database, sql + " WHERE " + table.rows, steps);
 }
