@@ -54,7 +54,7 @@ int getVersion(Unit& unit, wl_ioctl& request) {
 }
 
 int getMac(Unit& unit, wl_ioctl& request) {
-  unsigned char mac[6] = {};
+  std::array<unsigned char, 6> mac{};
   Query radio(unit.database(), "SELECT mac FROM radio");
   if (!radio.next())
     return -EIO;
