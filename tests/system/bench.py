@@ -1,18 +1,27 @@
 """A simulated unit on the bench: `gateway up` of the build tree on a folder of its own."""
 
+import contextlib
 import ctypes
 import os
 import re
 import signal
+import sqlite3
 import subprocess
 import threading
 import time
+import xml.etree.ElementTree as xml
 from pathlib import Path
 
 GATEWAY = os.environ["GATEWAY"]
 SANITIZER = os.environ.get("SANITIZER", "")
 READY = "ready"
 MODEM_INFO = "FTM_ModemInfo.xml"
+TEST_MODE_OP = "FTM_TestModeOp.xml"
+TEST_MODE_CFG = "FTM_TestModeCfg.xml"
+STATISTICS = "FTM_Statistics.xml"
+STATISTICS_2 = "FTM_Statistics2.xml"
+PROGRESS = "FTM_Progress.xml"
+FOUR_PORTS = "FTM_Stats_4port.xml"
 
 _REPORT = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|runtime error:|LeakSanitizer")
 _PR_SET_PDEATHSIG = 1
@@ -40,6 +49,29 @@ def field(document, tag):
     """Text of an element of a read file; None when it isn't there."""
     found = re.search(rf"<{tag}>\s*(.*?)\s*</{tag}>", document.decode("latin-1"), re.DOTALL)
     return found and found[1]
+
+
+class Document:
+    """A read file. Elements are named by their paths from the top level, which may hold several."""
+
+    def __init__(self, content):
+        declaration, _, body = content.decode("latin-1").partition("?>")
+        assert declaration.lstrip().startswith("<?xml"), declaration
+        self.root = xml.fromstring(f"<file>{body}</file>")
+
+    def text(self, path):
+        """The text without the white space around it; empty when there is none."""
+        return (self.root.find(path).text or "").strip()
+
+    def texts(self, path):
+        """Texts of the children that have no children themselves, by name."""
+        return {child.tag: (child.text or "").strip() for child in self.root.find(path) if len(child) == 0}
+
+    def attributes(self, path):
+        return self.root.find(path).attrib
+
+    def names(self, path):
+        return [child.tag for child in self.root.find(path)]
 
 
 class Bench:
@@ -130,6 +162,53 @@ class Bench:
         status = Path(f"/proc/{self.service_pid()}/status").read_text()
         return int(re.search(r"^VmRSS:\s+(\d+) kB", status, re.MULTILINE)[1])
 
+    def gateway(self, *words, check=True):
+        """Runs a command of the gateway program on the unit."""
+        return run(*words, "--unit", str(self.folder), check=check)
+
+    def status(self):
+        """What the status screen shows, by its labels."""
+        return {line[:12].strip(): line[12:].strip() for line in self.gateway("status").stdout.splitlines()}
+
+    def cells(self, table):
+        """The rows of a table of the store, each by its columns."""
+        rows = []
+        for line in self.table(table).splitlines()[1:]:
+            row, _, column, *value = line.split(maxsplit=3)
+            if int(row) == len(rows):
+                rows.append({})
+            rows[-1][column] = value[0] if value else ""
+        return rows
+
+    def last_row(self):
+        """Number of the journal's last row."""
+        return int(self.journal()[-1].split()[0])
+
+    def rows(self, kind, after=0):
+        """Texts of the journal's rows of a kind."""
+        lines = self.gateway("journal", "--kind", kind, "--after", str(after)).stdout.splitlines()
+        return [line.split("  ", 3)[3].strip() for line in lines]
+
+    def wait_rows(self, kind, text, after=0, count=1):
+        """Waits until the journal has rows of a kind with a text in them."""
+        found = lambda: sum(text in row for row in self.rows(kind, after)) >= count
+        wait_until(found, f"{count} rows {kind} {text!r} in the journal")
+
+    def state(self):
+        """Everything that the unit keeps but its journal."""
+        with contextlib.closing(sqlite3.connect(f"file:{self.folder}/unit.db?mode=ro", uri=True)) as database:
+            return [line for line in database.iterdump() if not line.startswith('INSERT INTO "journal"')]
+
+    def change(self, sql):
+        """Changes what the unit keeps, where no command does it."""
+        with contextlib.closing(sqlite3.connect(self.folder / "unit.db", timeout=30)) as database:
+            database.execute(sql)
+            database.commit()
+
+    def let_line_train(self):
+        """Puts the start of the line's training so far back that its time is over."""
+        self.change("UPDATE line SET since_ms = since_ms - 20000")
+
     def journal(self):
         """The unit's journal as the gateway program prints it, a line per row."""
         return run("journal", "--unit", str(self.folder)).stdout.splitlines()
@@ -146,6 +225,9 @@ class Bench:
 
     def set(self, table, column, value):
         run("set", "--unit", str(self.folder), table, column, value)
+
+    def set_row(self, table, row, column, value):
+        self.gateway("set", table, column, value, "--row", str(row))
 
     def table(self, name):
         return run("table", "--unit", str(self.folder), name).stdout
