@@ -35,7 +35,7 @@ bool hasDataCircuit(Database& database) {
   return lineIsUp(database) && hasRow(database, "SELECT 1 FROM \"VccStat\" WHERE \"Interface\" = 'nas0'");
 }
 bool radioIsOn(Database& database) {
-  return hasRow(database, "SELECT 1 FROM \"WlanConfig\" WHERE \"Enabled\" = '1'");
+  return hasRow(database, "SELECT 1 FROM radio WHERE is_up");
 }
 bool hasUsbDevice(Database& database) {
   return hasRow(database, "SELECT 1 FROM usb_devices");

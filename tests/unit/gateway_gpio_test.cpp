@@ -15,6 +15,7 @@
 #include "simulator/drivers/gpio.h"
 #include "simulator/drivers/line.h"
 #include "simulator/drivers/scsi.h"
+#include "simulator/drivers/wireless.h"
 #include "simulator/unit.h"
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
@@ -135,8 +136,10 @@ TEST_F(Gpio, EthernetLedsFollowTheirPorts) {
 }
 
 TEST_F(Gpio, WirelessLedFollowsTheRadio) {
-  unit().setCell("WlanConfig", 0, "Enabled", "0");
+  gateway::setRadioPower(unit(), false);
   EXPECT_EQ(lit().count("eWirelessGrnLed"), 0U);
+  gateway::setRadioPower(unit(), true);
+  EXPECT_EQ(lit().count("eWirelessGrnLed"), 1U);
 }
 
 TEST_F(Gpio, UsbLedIsLitWhileADeviceIsPluggedIn) {
