@@ -428,6 +428,17 @@ INSTANTIATE_TEST_SUITE_P(All, StatisticsTables,
                            return path.substr(path.rfind('/') + 1);
                          });
 
+TEST_F(StatisticsFiles, SectionsAreReadInTheirOrder) {
+  fillEverything();
+  for (const char* table : {"NetDev", "BcmAtm", "Xcvr", "FlashErr"})
+    unit().setFault(tableFault(table), true);
+  testing::internal::CaptureStderr();
+  readStatistics();
+  const std::string start = "error: failed to read table: ";
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), start + "NetDev\n" + start + "BcmAtm\n" + start + "Xcvr\n" + start +
+                                                        "FlashErr\n" + start + "NetDev\n"); // the radio's counters
+}
+
 TEST_F(StatisticsFiles, FillersReportAnUnreadableTable) {
   fillEverything();
   pstFTMStatElmt = CreateFtmStatisticsXml();

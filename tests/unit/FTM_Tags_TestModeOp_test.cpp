@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
@@ -12,6 +13,28 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+namespace {
+
+std::vector<const void*> released;       ///< what the service has freed, in order
+std::vector<int> resetSwitchTestAtIoctl; ///< whether that test was on at each request to a driver
+
+} // namespace
+
+// The linker puts these in front of the functions.
+extern "C" void __real_free(void* memory);
+extern "C" void __wrap_free(void* memory);
+extern "C" void __wrap_free(void* memory) {
+  released.push_back(memory);
+  __real_free(memory);
+}
+
+extern "C" int __real_board_ioctl(int descriptor, unsigned long request, void* argument);
+extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument);
+extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument) {
+  resetSwitchTestAtIoctl.push_back(getFtmResetSwTest());
+  return __real_board_ioctl(descriptor, request, argument);
+}
 
 namespace {
 
@@ -266,7 +289,9 @@ TEST_F(OperationFile, EnterResetSwitchWithTheRequestFailingReportsItAndSucceeds)
 TEST_F(OperationFile, ExitEndsLedAndResetSwitchInOrderAndClearsEveryFlag) {
   unFtmState.usWd = 0xFFFF;
   bResetSwTest = 1;
+  resetSwitchTestAtIoctl.clear();
   EXPECT_EQ(put("<EXIT_TEST/>"), 0);
+  EXPECT_THAT(resetSwitchTestAtIoctl, ElementsAre(1)); // when the LED test ended
   EXPECT_EQ(unFtmState.usWd, 0);
   EXPECT_EQ(getFtmResetSwTest(), 0);
   EXPECT_THAT(journal(), ElementsAre(gpioRequest(GPIOCTRL_EXITFTM, 100, 99)));
@@ -353,6 +378,17 @@ TEST_F(OperationFile, ATextWithoutAnElementDoesNotParse) {
 }
 
 // The rest of the interface.
+
+TEST_F(OperationFile, CleanUpFreesTheTextsInTheirOrder) {
+  std::vector<const void*> texts;
+  for (char** text : {&pOFileSTAT, &pOFileMIF, &pOFilePROG, &pOFileTMC, &pOFileTMO, &pOFileSTAT4P, &pOFileSTAT2}) {
+    *text = static_cast<char*>(std::calloc(1, 16));
+    texts.push_back(*text);
+  }
+  released.clear();
+  FTM_ExitCleanUp();
+  EXPECT_EQ(released, texts);
+}
 
 TEST_F(OperationFile, CleanUpClearsTheFlagsAndFreesEveryText) {
   unFtmState.usWd = 0xFFFF;

@@ -1,6 +1,7 @@
 // The line tests on a gateway with a line driver: this program links one in place of the placeholders.
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <csignal>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ namespace {
 
 std::vector<std::string> calls;
 int digitCollector;
+int lockDuringReport; // what an attempt to take the command's mutex gives meanwhile
 
 int called(const std::string& entryPoint, const char* arguments) {
   calls.push_back(entryPoint + " \"" + arguments + "\"");
@@ -32,6 +34,9 @@ int ftm_endtone(const char* pcArguments) {
   return called("endtone", pcArguments);
 }
 int ftm_reporttone(const char* pcArguments) {
+  lockDuringReport = pthread_mutex_trylock(&stVoipFtm_Mutex);
+  if (lockDuringReport == 0)
+    pthread_mutex_unlock(&stVoipFtm_Mutex);
   return called("reporttone", pcArguments);
 }
 int Ftm_CMGetVoipTstRslt(ST_VOIP_TEST_RSLT* pstRslt) {
@@ -96,6 +101,13 @@ TEST_F(LineDriver, TaskReportsTheToneOfTheLineOnceForEachCommand) {
     VoipTaskRound();
   }
   EXPECT_THAT(calls, ElementsAre("reporttone \"1\"", "reporttone \"2\""));
+}
+
+TEST_F(LineDriver, TaskHoldsTheMutexWhileItTakesItsCommand) {
+  iFtmVoipCmd = eVOIP1_ON;
+  lockDuringReport = 0;
+  VoipTaskRound();
+  EXPECT_EQ(lockDuringReport, EBUSY);
 }
 
 TEST_F(LineDriver, DecoderOffEndsTheDigitCollector) {

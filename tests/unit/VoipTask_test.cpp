@@ -10,6 +10,33 @@
 
 namespace {
 
+std::vector<int> handOvers; ///< the command for the task, each time that its mutex was taken and given back
+
+void noteHandOver(const pthread_mutex_t* mutex) {
+  if (mutex == &stVoipFtm_Mutex)
+    handOvers.push_back(iFtmVoipCmd);
+}
+
+} // namespace
+
+// The linker puts these in front of the functions.
+extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  const int result = __real_pthread_mutex_lock(mutex);
+  noteHandOver(mutex);
+  return result;
+}
+
+extern "C" int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  noteHandOver(mutex);
+  return __real_pthread_mutex_unlock(mutex);
+}
+
+namespace {
+
 std::vector<std::string> relayWritten(int point, int data) {
   return {gpioRequest(GPIOCTRL_ENTERFTM, point, data), gpioRequest(GPIOCTRL_WRITEIO, point, data)};
 }
@@ -120,6 +147,12 @@ TEST_F(Voip, DecoderOnOfTheSecondLineHasItsOwnCommand) {
   EXPECT_EQ(parseVoip("<DECODER_2>ON</DECODER_2>"), (Outcome{0, "", {}}));
   EXPECT_EQ(iVoipDecoder, eVOIP2_ON);
   EXPECT_EQ(iFtmVoipCmd, eVOIP2_ON);
+}
+
+TEST_F(Voip, TheCommandIsHandedOverUnderItsMutex) {
+  handOvers.clear();
+  EXPECT_EQ(FtmPutVOIP_Decoder(2, eVOIP2_ON), 0);
+  EXPECT_EQ(handOvers, (std::vector<int>{eVOIP_IDLE, eVOIP2_ON}));
 }
 
 TEST_F(Voip, OnlyOneDecoderMayBeOn) {

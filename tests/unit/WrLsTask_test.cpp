@@ -408,6 +408,7 @@ TEST_F(WirelessTest, TheRadioCanBeReadBackWhileTheCommandsRun) {
 TEST_F(WirelessTest, TheRadioIsShownInTheTestConfiguration) {
   set("mac", "02:1a:2b:0c:0d:ff");
   set("country", "US");
+  gateway::execute(unit().database(), "UPDATE radio SET hw_channel = 1, target_channel = 6, scan_channel = 11");
   EXPECT_EQ(FtmUpdateWireless(), 0);
   EXPECT_EQ(shown("SSID"), "workbench");
   EXPECT_EQ(shown("CHANNEL"), "6");
