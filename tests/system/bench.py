@@ -128,7 +128,7 @@ class Bench:
 
     # What it prints.
 
-    def _wait_for(self, condition, what, timeout=60.0):
+    def _wait_for(self, condition, what, timeout=30.0):
         with self._changed:
             came = self._changed.wait_for(condition, timeout)
             assert came, f"no {what!r} in\n" + "\n".join(self.output)
