@@ -52,10 +52,10 @@ int newDescriptor(const Driver* driver) {
 
 Opened findDescriptor(int descriptor) {
   const std::lock_guard lock(descriptorMutex);
-  const int index = descriptor - firstDescriptor;
-  if (index < 0 || static_cast<std::size_t>(index) >= descriptors().size())
+  if (descriptor < firstDescriptor)
     return {};
-  return descriptors()[static_cast<std::size_t>(index)];
+  const auto index = static_cast<std::size_t>(descriptor - firstDescriptor);
+  return index < descriptors().size() ? descriptors()[index] : Opened();
 }
 
 /// Requests of whatever takes `request` on a descriptor; null when nothing does.

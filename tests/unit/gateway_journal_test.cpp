@@ -113,15 +113,27 @@ TEST_F(GatewayJournalOfAFolder, TakesAFloodInSecondsAndKeepsTheNewestRows) {
 
 TEST_F(GatewayJournalOfAFolder, ShowsAnotherProcessWhatIsRecordedWithoutBeingAsked) {
   const Child other = inChild([](const ProcessLine& line) {
-    gateway::theUnit().record("a", "from afar");
-    line.hear(); // stays idle from here on
+    for (const char* const text : {"first", "second"}) {
+      gateway::theUnit().record("a", text);
+      line.hear(); // idle until then
+    }
     return EXIT_SUCCESS;
   });
   const auto unit = Unit::open(folder());
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (unit->journal(0, "a").empty() && std::chrono::steady_clock::now() < limit)
-    std::this_thread::yield();
-  EXPECT_THAT(texts(unit->journal(0, "a")), ElementsAre("from afar"));
+  for (const std::size_t rows : {1U, 2U}) {
+    while (unit->journal(0, "a").size() < rows && std::chrono::steady_clock::now() < limit)
+      std::this_thread::yield();
+    EXPECT_EQ(unit->journal(0, "a").size(), rows);
+    if (rows == 1)
+      other.line().tell(0);
+  }
+}
+
+TEST_F(GatewayJournalOfAFolder, HoldsACommandBeforeItRuns) {
+  Child service = inChild([](const ProcessLine&) { return board_system("kill -9 $PPID"); });
+  EXPECT_EQ(service.join(), -1);
+  EXPECT_THAT(texts(Unit::open(folder())->journal()), ElementsAre("kill -9 $PPID"));
 }
 
 TEST_F(GatewayJournalOfAFolder, OutlivesTheProcessThatWroteIt) {
