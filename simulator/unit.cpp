@@ -210,10 +210,8 @@ std::filesystem::path Unit::gatewayPath(std::string_view path) const {
 }
 
 void Unit::reboot() {
-  {
-    Query query(database(), "SELECT next_boot FROM flash");
-    record("reboot", query.next() ? query.text(0) : normalBoot);
-  }
+  const std::vector<std::string> prepared = database().firstRow("SELECT next_boot FROM flash");
+  record("reboot", prepared.empty() ? normalBoot : std::string_view(prepared[0]));
   restartGpio(database());
   journalBook().flush();
   if (onReboot)
