@@ -1,11 +1,13 @@
 // The simulated gateway's side of board.h: devices, files and the log.
 #include "platform/board.h"
 
+#include <fcntl.h>
 #include <net/if.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -118,11 +120,18 @@ std::FILE* streamOf(const std::string& text) {
 
 } // namespace
 
-int board_open(const char* path, int) {
+int gateway::openDescriptors() {
+  const std::lock_guard lock(descriptorMutex);
+  return static_cast<int>(std::ranges::count(descriptors(), true, &Opened::inUse));
+}
+
+int board_open(const char* path, int flags) {
   return posixCall([&]() -> int {
     const Driver* const driver = findDriver(path);
     if (driver == nullptr)
       return -ENOENT;
+    if ((flags & O_ACCMODE) != O_RDWR) // which the drivers insist on
+      return -EACCES;
     if (theUnit().faults().has({"open", path}))
       return -ENODEV;
     return newDescriptor(driver);

@@ -1,11 +1,14 @@
 #pragma once
-// How the calls of board.h end: as POSIX functions do.
+// What the calls of board.h share: they end as POSIX functions do, and leave descriptors open until these are closed.
 
 #include <cerrno>
 #include <cstdio>
 #include <exception>
 
 namespace gateway {
+
+/// How many descriptors of board_open() and board_socket() the process has open.
+int openDescriptors();
 
 /// Runs a call that returns 0 or more, or a negative errno; returns 0 or more, or -1 with errno set. A unit that can't
 /// be worked on is an input/output error.

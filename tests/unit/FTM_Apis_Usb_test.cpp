@@ -17,6 +17,7 @@ using testing::ElementsAre;
 namespace {
 
 std::string ownListing; ///< empty: the simulated kernel's
+std::FILE* lastOpened;  ///< the last listing opened, until it is closed
 
 std::FILE* openText(const std::string& text) {
   std::FILE* stream = std::tmpfile();
@@ -27,13 +28,23 @@ std::FILE* openText(const std::string& text) {
 
 } // namespace
 
-// The linker puts this in front of the simulator's function.
+// The linker puts these in front of the functions.
 extern "C" std::FILE* __real_board_fopen(const char* path, const char* mode);
 extern "C" std::FILE* __wrap_board_fopen(const char* path, const char* mode);
 extern "C" std::FILE* __wrap_board_fopen(const char* path, const char* mode) {
   if (ownListing.empty() || std::strcmp(path, "/proc/scsi/scsi") != 0)
-    return __real_board_fopen(path, mode);
-  return openText(ownListing);
+    lastOpened = __real_board_fopen(path, mode);
+  else
+    lastOpened = openText(ownListing);
+  return lastOpened;
+}
+
+extern "C" int __real_fclose(std::FILE* stream);
+extern "C" int __wrap_fclose(std::FILE* stream);
+extern "C" int __wrap_fclose(std::FILE* stream) {
+  if (stream == lastOpened)
+    lastOpened = nullptr;
+  return __real_fclose(stream);
 }
 
 namespace {
@@ -64,6 +75,7 @@ protected:
   static void update(const std::string& listing) {
     ownListing = listing;
     EXPECT_EQ(FtmUpdateUSB(), 0);
+    EXPECT_EQ(lastOpened, nullptr); // closed
   }
 };
 

@@ -1,11 +1,13 @@
 #pragma once
-// Fixture of the tests that work on a unit: a fresh one in memory, and a clock that the test moves.
+// Fixture of the tests that work on a unit: a fresh one in memory, and a clock that the test moves. A test that leaves
+// a device or control socket open fails.
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "simulator/board_calls.h"
 #include "simulator/clock.h"
 #include "simulator/unit.h"
 
@@ -13,6 +15,7 @@ class BenchUnit : public testing::Test {
 protected:
   BenchUnit() : m_previous(gateway::useUnit(gateway::Unit::inMemory())) { gateway::clock::useManual(); }
   ~BenchUnit() override {
+    EXPECT_EQ(gateway::openDescriptors(), 0);
     gateway::clock::useReal();
     gateway::useUnit(std::move(m_previous));
   }

@@ -110,6 +110,21 @@ TEST_F(GatewayBoard, OpensTheDevicesThatItHas) {
     EXPECT_EQ(errnoOf([&] { return board_open(path, O_RDWR); }), ENOENT) << path;
 }
 
+TEST_F(GatewayBoard, OpensItsDevicesForReadingAndWritingOnly) {
+  for (const int flags : {O_RDONLY, O_WRONLY})
+    EXPECT_EQ(errnoOf([&] { return board_open(flashManagementDevice, flags); }), EACCES) << flags;
+}
+
+TEST_F(GatewayBoard, CountsTheDescriptorsThatAreOpen) {
+  EXPECT_EQ(gateway::openDescriptors(), 0);
+  const int device = openFlash();
+  const int socket = board_socket(AF_INET, SOCK_DGRAM, 0);
+  EXPECT_EQ(gateway::openDescriptors(), 2);
+  board_close(device);
+  board_close(socket);
+  EXPECT_EQ(gateway::openDescriptors(), 0);
+}
+
 TEST_F(GatewayBoard, KnowsWhichDescriptorsAreOpen) {
   const int descriptor = openFlash();
   const int other = openFlash();

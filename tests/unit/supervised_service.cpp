@@ -1,4 +1,5 @@
 // Stands in for the service under the supervisor: does what the environment variable SUPERVISED_SERVICE says.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,7 +13,7 @@
 namespace {
 
 void reboot(unsigned long preparation) {
-  const int flash = board_open(flashManagementDevice, 0);
+  const int flash = board_open(flashManagementDevice, O_RDWR);
   board_ioctl(flash, preparation, nullptr);
   board_ioctl(flash, FLSHMGMT_REBOOT, nullptr);
 }
