@@ -21,6 +21,9 @@ ROUNDS = 9
 READS = 1000
 WRITES = 300
 FILE = "FTM_ModemInfo.xml"
+OTHER_FILES = ["FTM_TestModeCfg.xml", "FTM_Statistics.xml"]
+LED_FILE = "FTM_TestModeCfg.xml"
+LED_DOCUMENT = "<TEST_CONFIG><LED><READY_GREEN_LED>ON</READY_GREEN_LED></LED></TEST_CONFIG>"
 LONG_FILE_BYTES = 3000
 WRITE_BYTES = 7648
 IDLE_SECONDS = 20
@@ -68,9 +71,9 @@ class Server:
         return int(children[0]) if children else self.process.pid
 
 
-def transfer_time(server, client, verb, name, count, *size):
+def transfer_time(server, client, verb, name, count, *content):
     """Median time of a transfer in microseconds, and the bytes moved."""
-    run = subprocess.run(server.enter([client, verb, HOST, name, str(count), *map(str, size)]),
+    run = subprocess.run(server.enter([client, verb, HOST, name, str(count), *map(str, content)]),
                          capture_output=True, text=True, check=False)
     if run.returncode != 0:
         sys.exit(f"benchmark: {server.name}: {verb} {name}: {run.stderr.strip()}")
@@ -86,7 +89,7 @@ def compare(label, servers, measure):
     ratios = "  ".join(
         f"ratio to {server.name} {statistics.median(row[0] / row[i] for row in rounds):.2f}"
         for i, server in enumerate(servers) if i > 0)
-    print(f"{label:<34} {figures}  {ratios}", flush=True)
+    print(f"{label:<40} {figures}  {ratios}", flush=True)
 
 
 def status_of(pid, field):
@@ -127,7 +130,7 @@ def xml_rows(program):
     own = times.pop("ftm")
     figures = "  ".join(f"{name} {value:7.1f} us" for name, value in times.items())
     ratios = "  ".join(f"ratio to {name} {own / value:.2f}" for name, value in times.items())
-    print(f"{'XML: parse, serialise and free':<34} ftm {own:7.1f} us  {figures}  {ratios}")
+    print(f"{'XML: parse, serialise and free':<40} ftm {own:7.1f} us  {figures}  {ratios}")
 
 
 def store_set(build, unit, column, value):
@@ -152,15 +155,19 @@ def main():
         dnsmasq = Server("dnsmasq", [shutil.which("dnsmasq"), "--no-daemon", "--port=0", "--enable-tftp", "--user=root",
                                      f"--tftp-root={root}", "--conf-file=/dev/null"], stack)
 
-        def publish_what_the_unit_serves():
-            text = subprocess.run(ftm.enter(["curl", "--silent", "--fail", f"tftp://{HOST}/{FILE}"]), capture_output=True,
+        def publish_what_the_unit_serves(name=FILE):
+            text = subprocess.run(ftm.enter(["curl", "--silent", "--fail", f"tftp://{HOST}/{name}"]), capture_output=True,
                                   check=True).stdout
-            (root / FILE).write_bytes(text)
+            (root / name).write_bytes(text)
             return len(text)
 
         size = publish_what_the_unit_serves()
         compare(f"read {FILE}, {size} bytes", [ftm, atftpd, dnsmasq],
                 lambda server: transfer_time(server, client, "read", FILE, READS)[0])
+
+        for name in OTHER_FILES:
+            compare(f"read {name}, {publish_what_the_unit_serves(name)} bytes", [ftm, atftpd, dnsmasq],
+                    lambda server: transfer_time(server, client, "read", name, READS)[0])
 
         model_length = LONG_FILE_BYTES - size + len("M77-210010-04")
         store_set(build, unit, "ModelNum", "M" * model_length)
@@ -171,13 +178,16 @@ def main():
         compare(f"write of {WRITE_BYTES} bytes", [ftm, atftpd],
                 lambda server: transfer_time(server, client, "write", FILE, WRITES, WRITE_BYTES)[0])
 
+        compare(f"write of one LED, {len(LED_DOCUMENT)} bytes", [ftm, atftpd],
+                lambda server: transfer_time(server, client, "write", LED_FILE, WRITES, LED_DOCUMENT)[0])
+
         xml_rows(build / "benchmarks/xml_benchmark")
 
         memory = status_of(ftm.serving_pid(), "VmRSS")
         other = status_of(atftpd.serving_pid(), "VmRSS")
-        print(f"{'resident memory':<34} ftm {memory} KiB  atftpd {other} KiB  ratio to atftpd {memory / other:.2f}")
-        print(f"{'idle wake-ups a second':<34} ftm {idle_wakeups_per_second(ftm.serving_pid()):.2f}")
-        print(f"{'stripped release binary':<34} ftm {stripped_size(build / 'userapps/FTM/FTM')} bytes")
+        print(f"{'resident memory':<40} ftm {memory} KiB  atftpd {other} KiB  ratio to atftpd {memory / other:.2f}")
+        print(f"{'idle wake-ups a second':<40} ftm {idle_wakeups_per_second(ftm.serving_pid()):.2f}")
+        print(f"{'stripped release binary':<40} ftm {stripped_size(build / 'userapps/FTM/FTM')} bytes")
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
-// A bare TFTP client that times transfers: `tftp_client read|write HOST FILE COUNT [BYTES]`. Each
-// transfer uses a socket of its own, as a station's client does. Prints the median time of a
-// transfer in microseconds and the bytes of the last one.
+// A bare TFTP client that times transfers: `tftp_client read|write HOST FILE COUNT [BYTES|DOCUMENT]`. It writes
+// production data of so many bytes, or the document, which begins with a "<". Each transfer uses a socket of its own,
+// as a station's client does. Prints the median time of a transfer in microseconds and the bytes of the last one.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -133,14 +133,21 @@ std::vector<char> documentOf(std::size_t bytes) {
   return {text.begin(), text.end()};
 }
 
+/// What to write, as the last argument says it.
+std::vector<char> contentOf(const std::string& argument) {
+  if (argument.starts_with('<'))
+    return {argument.begin(), argument.end()};
+  return documentOf(static_cast<std::size_t>(std::atoi(argument.c_str())));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
   if (argc < 5)
-    fail("usage: tftp_client read|write HOST FILE COUNT [BYTES]");
+    fail("usage: tftp_client read|write HOST FILE COUNT [BYTES|DOCUMENT]");
   const bool reading = std::strcmp(argv[1], "read") == 0;
   const int count = std::atoi(argv[4]);
-  const auto content = documentOf(argc > 5 ? static_cast<std::size_t>(std::atoi(argv[5])) : 100);
+  const auto content = contentOf(argc > 5 ? argv[5] : "100");
 
   std::vector<double> times;
   std::size_t bytes = 0;
