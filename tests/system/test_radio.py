@@ -63,7 +63,7 @@ def test_radio_as_it_left_the_factory(radio):
     assert radio.is_tuned("Quorvane", "6")
 
 
-@pytest.mark.parametrize("client", ["tftp-hpa", "atftp", "curl", "busybox"])
+@pytest.mark.parametrize("client", ["tftp-hpa", "curl"])
 def test_ssid_and_channel_written_by_a_client(radio, client, tmp_path):
     document = tmp_path / "radio.xml"
     document.write_bytes(wireless(CHANNEL="11", SSID="Line4"))
@@ -121,12 +121,13 @@ def test_refused_request_takes_the_one_before_with_it(radio):
     assert radio.is_tuned("awake", "5")
 
 
-@pytest.mark.parametrize("settings", REFUSED, ids=str)
-def test_refused_values_change_nothing(radio, settings):
-    with pytest.raises(TftpError, match="ERROR 0: Test not supported"):
-        radio.write(**settings)
+def test_refused_values_change_nothing(radio):
+    for settings in REFUSED:
+        with pytest.raises(TftpError, match="ERROR 0: Test not supported"):
+            radio.write(**settings)
     radio.write(CHANNEL="7")
     assert radio.applied("Quorvane", "7") == commands("Quorvane", "7")
+    assert radio.is_tuned("Quorvane", "7")
 
 
 @pytest.mark.parametrize("fault", ["radio", "radio-magic", "radio-version", "radio-request 0", "radio-request 1"])
