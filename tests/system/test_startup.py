@@ -1,5 +1,7 @@
 """Start-up and end of the service under its supervisor."""
 
+import os
+import re
 import signal
 import socket
 from pathlib import Path
@@ -71,6 +73,13 @@ def test_supervisor_takes_the_service_with_it(bench, end):
     assert service.exists()
     assert bench.stop(end) == 0
     assert not service.exists()
+
+
+def test_socket_is_kept_from_the_commands_that_the_service_runs(bench):
+    service = Path(f"/proc/{bench.service_pid()}")
+    (port,) = [entry.name for entry in (service / "fd").iterdir() if os.readlink(entry).startswith("socket:")]
+    flags = re.search(r"^flags:\s+([0-7]+)$", (service / "fdinfo" / port).read_text(), re.MULTILINE)[1]
+    assert int(flags, 8) & os.O_CLOEXEC
 
 
 def test_reads_leave_no_descriptor_open(bench, station):

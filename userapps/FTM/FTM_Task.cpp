@@ -2,6 +2,7 @@
 #include "userapps/FTM/FTM_Task.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <syslog.h>
 
@@ -69,6 +70,7 @@ void openServerSocket() {
   servSock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   if (servSock < 0)
     DieWithError("socket() failed");
+  fcntl(servSock, F_SETFD, FD_CLOEXEC); // a command that outlives the service must not keep its port
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_ANY);
