@@ -143,7 +143,7 @@ int waitFor(pid_t child) {
 
 int signalInit(int signal) {
   if (signal == SIGTERM)
-    theUnit().reboot();
+    theUnit().restart();
   return 0;
 }
 

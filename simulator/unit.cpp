@@ -5,13 +5,16 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
+#include "simulator/board_calls.h"
 #include "simulator/database.h"
 #include "simulator/drivers/gpio.h"
 #include "simulator/faults.h"
@@ -27,6 +30,7 @@ constexpr const char* databaseFile = "unit.db";
 constexpr const char* lockFile = "unit.lock";
 constexpr const char* gatewayRoot = "root";
 constexpr int schemaVersion = 2;
+constexpr std::chrono::milliseconds restartDelay{200}; // from the signal to init to the end of the service
 
 /// Held while a unit is made, so that two processes don't make it twice.
 class CreationLock {
@@ -218,6 +222,10 @@ void Unit::reboot() {
     onReboot();
 }
 
+void Unit::restart() {
+  onRestart ? onRestart() : reboot();
+}
+
 namespace {
 
 std::mutex processUnitMutex;
@@ -240,6 +248,14 @@ void endWithSupervisor() {
     _exit(EXIT_FAILURE);
 }
 
+void rebootSoon() {
+  std::this_thread::sleep_for(restartDelay);
+  posixCall([] {
+    theUnit().reboot();
+    return 0;
+  });
+}
+
 Unit* openUnitOfEnvironment() {
   const char* const folder = std::getenv(unitVariable);
   if (folder == nullptr || *folder == '\0') {
@@ -251,6 +267,7 @@ Unit* openUnitOfEnvironment() {
   try {
     Unit* const unit = Unit::open(folder).release();
     unit->onReboot = [] { _exit(rebootExitStatus); };
+    unit->onRestart = [] { std::thread(rebootSoon).detach(); };
     std::atexit(writeJournalAtExit);
     return unit;
   } catch (const std::exception& error) {

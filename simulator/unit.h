@@ -91,9 +91,14 @@ public:
 
   /// What a reboot of the unit does to this process, after it has been journalled.
   std::function<void()> onReboot;
+  /// Has init reboot the unit a moment later; null: at once.
+  std::function<void()> onRestart;
 
   /// Journals a reboot of the unit and carries it out, into what was prepared for it.
   void reboot();
+  /// The same by the unit's init, which ends one process after the other: the one that asked for it goes on for a
+  /// moment.
+  void restart();
 
 private:
   struct State;

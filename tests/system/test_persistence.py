@@ -33,8 +33,7 @@ def test_production_data_survive_a_reboot_by_ini_file(bench, station):
     station.write(MODEM_INFO, production_data("S2", "M2"))
     service = bench.service_pid()
     starts = bench.starts()
-    station.start_write("config.ini")
-    station.send(data(1, b"[ProductInfo]\nIniVersion=8.1\n[control]\nreboot=1\n"))
+    station.write("config.ini", b"[ProductInfo]\nIniVersion=8.1\n[control]\nreboot=1\n")
     bench.wait_ready(starts + 1)
     assert bench.service_pid() != service
     with Station() as again:
