@@ -35,6 +35,7 @@ struct ChannelCall {
   std::string input; ///< header and data
   std::uint16_t inLength;
   unsigned long fileSize;
+  int acknowledged; ///< number of the block acknowledged last
 };
 struct Channel {
   std::vector<ChannelCall> calls;
@@ -56,7 +57,8 @@ void channelStep(const char* step, ST_DISC_CHAN_ATTRIBS* attribs) {
   channel.calls.push_back({step,
                            {reinterpret_cast<const char*>(attribs->pInputData), attribs->inLength},
                            attribs->inLength,
-                           attribs->hexAttrib.fileSize});
+                           attribs->hexAttrib.fileSize,
+                           ntohs(SendPkt.UN.ACK_PKT.AckBlockNum)});
   channel.last = *attribs;
   if (step != channel.abortStep || --channel.abortCall != 0)
     return;
@@ -112,14 +114,14 @@ void wrap_hexFinis(ST_DISC_CHAN_ATTRIBS* attribs) {
   channelStep("hexFinis", attribs);
 }
 void wrap_burnHexImage() {
-  channel.calls.push_back({"burnHexImage at " + std::to_string(gateway::clock::nowMs()), {}, 0, 0});
+  channel.calls.push_back({"burnHexImage at " + std::to_string(gateway::clock::nowMs()), {}, 0, 0, 0});
 }
 void wrap_ReBoot(int option) {
   channel.calls.push_back(
-      {"ReBoot " + std::to_string(option) + " at " + std::to_string(gateway::clock::nowMs()), {}, 0, 0});
+      {"ReBoot " + std::to_string(option) + " at " + std::to_string(gateway::clock::nowMs()), {}, 0, 0, 0});
 }
 void wrap_petTheDog() {
-  channel.calls.push_back({"petTheDog", {}, 0, 0});
+  channel.calls.push_back({"petTheDog", {}, 0, 0, 0});
 }
 
 namespace {
@@ -658,6 +660,17 @@ TEST_F(TFTPserver, AHexImageIsBurntAndTheDeviceRebootedThreeSecondsLater) {
   EXPECT_THAT(logged(), ElementsAre(debugLine("write(): hex download started."),
                                     debugLine("write(): upg downloaded successfully. Last block = 3")));
   EXPECT_THAT(files.written, IsEmpty());
+}
+
+TEST_F(TFTPserver, TheLastBlockOfAnImageIsAcknowledgedBeforeItIsPassedOn) {
+  for (const char* name : {"image.upg", "image.hex"}) {
+    write(name, blocksOf(fileOf(1100)));
+    const auto call = std::ranges::find_if(channel.calls, [](const auto& one) { return one.step.ends_with("Finis"); });
+    ASSERT_NE(call, channel.calls.end());
+    EXPECT_EQ(call->acknowledged, 3) << name;
+    EXPECT_EQ(channel.calls.front().acknowledged, 0) << name;
+    channel.calls.clear();
+  }
 }
 
 TEST_F(TFTPserver, AnImageOfOneBlockGetsNoFinalAcknowledgement) {

@@ -266,6 +266,10 @@ TEST(XmlEndTag, IsMissedWhenASelfClosingElementOfTheNameStandsInside) {
   EXPECT_EQ(outlineOf("<A><A/></A><B/>"), "A{A/ /A{B/}}");
 }
 
+TEST(XmlEndTag, IsLookedForBehindANestedNameAndNotInIt) {
+  EXPECT_EQ(outlineOf("<<<><<<<<></<<></<<><B/>"), "<<{<<<<{/<<}} <{B/}");
+}
+
 TEST(XmlEndTag, OfAnotherElementIsTakenForAStartTag) {
   EXPECT_EQ(outlineOf("</A><B/>"), "/A{B/}");
 }

@@ -249,6 +249,13 @@ TEST(XmlDump, ReturnsMinusOneWhenTheCountIsAboveTheSizeOfABuffer) {
   EXPECT_EQ(count, 2U);
 }
 
+TEST(XmlDump, ReturnsZeroWhenTheCountIsTheSizeOfTheBuffer) {
+  char buffer[1] = "";
+  unsigned long count = 1;
+  EXPECT_EQ(DumpToXML(element("A").get(), buffer, 1, &count, 1, 0, 0), 0);
+  EXPECT_EQ(count, 1U);
+}
+
 TEST(XmlDump, WithoutABufferCountsNothing) {
   unsigned long count = 0;
   EXPECT_EQ(DumpToXML(element("A").get(), nullptr, roomy, &count, 1, 0, 0), 0);
