@@ -16,7 +16,7 @@ char caE_164Strng[80];
 
 namespace {
 
-// The station expects the declaration without quotes.
+// The parser needs no quotes around the declaration's values; what a station reads has them.
 constexpr char modemInfoTemplate[] = "<?xml version=1.0 encoding=UTF-8?><MODEM_INFO>"
                                      "<MODEL_NUM> M77-210010-04 </MODEL_NUM>"
                                      "<SERIAL_NUM> 1234 </SERIAL_NUM>"

@@ -12,7 +12,8 @@ ST_XML_ELEMENT* pstTestModeCfgElmt;
 
 namespace {
 
-// The station expects the declaration without quotes. RW is shown only: the permission functions decide.
+// The parser needs no quotes around the declaration's values; what a station reads has them. RW is shown only: the
+// permission functions decide.
 constexpr char testModeCfgTemplate[] = "<?xml version=1.0 encoding=UTF-8?><TEST_CONFIG>"
                                        "  <LED>"
                                        "     <SESSION_LED RW=\"F\"> UNDEFINE  </SESSION_LED>"

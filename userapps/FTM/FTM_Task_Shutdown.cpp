@@ -2,11 +2,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "platform/board.h"
 #include "platform/cfg_api.h"
 #include "userapps/FTM/FTM_Task.h"
+#include "userapps/FTM/FTM_Text.h"
 
 void* pvSession;
 bool bNESDShutdownCalled;
@@ -59,6 +59,6 @@ int waitForNEShutdown() {
 
 void non_essential_app_shutdown(void*, const char*, const char* body) {
   const char* const result = body != nullptr ? body : "";
-  std::printf("Non-Essential Shutdown complete rc=%s %d\n", result, static_cast<int>(std::strtol(result, nullptr, 10)));
+  std::printf("Non-Essential Shutdown complete rc=%s %d\n", result, decimalValue(result));
   bNESDShutdownComplete = true;
 }
