@@ -68,7 +68,7 @@ def seconds_of_a_write(station):
 
 def test_killed_service_leaves_all_or_nothing_of_a_write(bench, station):
     generator = random.Random(9)
-    limit = 1.5 * seconds_of_a_write(station)
+    delay = seconds_of_a_write(station)
     before = identity(station)
     seen = set()
     count = 0
@@ -79,7 +79,7 @@ def test_killed_service_leaves_all_or_nothing_of_a_write(bench, station):
         starts = bench.starts()
         with Station() as writer:
             writer.start_write(MODEM_INFO)
-            killer = threading.Timer(generator.uniform(0, limit), bench.kill_service)
+            killer = threading.Timer(generator.uniform(0, 2 * delay), bench.kill_service)
             killer.start()
             writer.send(data(1, production_data(*after)))
             killer.join()
@@ -87,6 +87,8 @@ def test_killed_service_leaves_all_or_nothing_of_a_write(bench, station):
         with Station() as reader:
             now = identity(reader)
         assert now in (before, after)
-        seen.add(now == after)
+        came_late = now == after
+        seen.add(came_late)
+        delay *= 0.7 if came_late else 1.4  # how long a write takes depends on what else the machine does
         before = now
     assert seen == {True, False}, "the kills came all too early or all too late to mean anything"
