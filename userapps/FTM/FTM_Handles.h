@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "platform/board.h"
@@ -21,6 +22,11 @@ public:
 
 private:
   pthread_mutex_t& m_mutex;
+};
+
+/// Memory of malloc(3) and its kin, for a std::unique_ptr.
+struct HeapFree {
+  void operator()(void* memory) const { std::free(memory); }
 };
 
 /// A descriptor of a device or control socket, -1 when it could not be opened.

@@ -5,13 +5,11 @@
 #include <memory>
 
 #include "userapps/FTM/FTM_App.h"
+#include "userapps/FTM/FTM_Handles.h"
 
 namespace {
 
-struct HeapTextDeleter {
-  void operator()(char* text) const { std::free(text); }
-};
-using HeapText = std::unique_ptr<char, HeapTextDeleter>;
+using HeapText = std::unique_ptr<char, HeapFree>;
 
 constexpr int readable = 1;
 constexpr int notPrinted = 0;

@@ -9,6 +9,7 @@
 
 #include "platform/board.h"
 #include "userapps/FTM/FTM_App.h"
+#include "userapps/FTM/FTM_Handles.h"
 #include "userapps/FTM/TFTPserver.h"
 #include "userapps/FTM/manu.h"
 
@@ -52,9 +53,6 @@ void burnHex() {
 constexpr ImageSteps upgSteps = {"upg", DISC_dataFirst, DISC_dataAsm, DISC_dataFinis, [] {}};
 constexpr ImageSteps hexSteps = {"hex", startHex, DISC_hexAsm, finishHex, burnHex};
 
-struct HeapFree {
-  void operator()(void* memory) const { std::free(memory); }
-};
 using WriteBuffer = std::unique_ptr<unsigned char, HeapFree>;
 
 struct WriteTransfer {
