@@ -77,21 +77,23 @@ class Station:
     def expect(self, datagram):
         assert self.receive() == datagram
 
-    def expect_data(self, block):
-        """The payload of a DATA packet, which has to carry this block number."""
+    def answer(self):
+        """The next datagram; raises TftpError when it is an ERROR packet."""
         datagram = self.receive()
         opcode, number = struct.unpack(">HH", datagram[:4])
         if opcode == ERROR:
             raise TftpError(number, datagram[4:-1].decode("latin-1"))
-        assert (opcode, number) == (DATA, block)
+        return datagram
+
+    def expect_data(self, block):
+        """The payload of a DATA packet, which has to carry this block number."""
+        datagram = self.answer()
+        assert datagram[:4] == data(block)
         assert len(datagram) <= 4 + BLOCK
         return datagram[4:]
 
     def expect_ack(self, block):
-        datagram = self.receive()
-        if datagram[:2] == struct.pack(">H", ERROR):
-            raise TftpError(struct.unpack(">H", datagram[2:4])[0], datagram[4:-1].decode("latin-1"))
-        assert datagram == ack(block)
+        assert self.answer() == ack(block)
 
     def expect_error(self, code, text):
         self.expect(error(code, text))

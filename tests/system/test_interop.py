@@ -43,7 +43,7 @@ def test_client_writes_a_file_of_many_blocks(client, station, tmp_path):
 def test_client_is_told_of_an_unknown_file(client, bench, tmp_path):
     result = client.read("unknown.xml", tmp_path / "read.xml")
     told = result.stdout + result.stderr
-    # The two curl calls and some clients show a text of their own for error 0; all of them have to fail or say so.
+    # Some show the unit's text and some only fail.
     assert result.returncode != 0 or "File Not Supported" in told, result
 
 
