@@ -66,6 +66,7 @@ public:
       inherit(*variable, path);
     set("PATH", path);
     set(toolsVariable, tools);
+    set(unitProcessVariable, "1");
     if (const std::string unit = theUnit().folder().string(); !unit.empty())
       set(unitVariable, unit);
     for (std::string& text : m_texts)
@@ -81,7 +82,7 @@ private:
   }
 
   void inherit(std::string_view variable, std::string& path) {
-    constexpr std::string_view own[] = {toolsVariable, unitVariable, supervisorVariable};
+    constexpr std::string_view own[] = {toolsVariable, unitVariable, supervisorVariable, unitProcessVariable};
     const std::string_view name = variable.substr(0, variable.find('='));
     if (name == "PATH")
       path.append(":").append(variable.substr(std::min(name.size() + 1, variable.size())));

@@ -12,8 +12,8 @@
 namespace gateway {
 
 /// The option that names a unit's folder.
-inline void addUnitOption(CLI::App& command, std::string& folder) {
-  command.add_option("--unit", folder, "Folder of the unit")->envname(unitVariable)->required();
+inline CLI::Option* addUnitOption(CLI::App& command, std::string& folder) {
+  return command.add_option("--unit", folder, "Folder of the unit")->envname(unitVariable)->required();
 }
 
 /// Throws std::runtime_error when there is no unit in the folder.

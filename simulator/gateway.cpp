@@ -10,11 +10,12 @@
 #include <string>
 #include <thread>
 
-#include "simulator/board_commands.h"
-#include "simulator/circuit.h"
+#include "simulator/commands.h"
 #include "simulator/database.h"
+#include "simulator/drivers/gpio.h"
 #include "simulator/existing_unit.h"
 #include "simulator/faults.h"
+#include "simulator/status.h"
 #include "simulator/store/tables.h"
 #include "simulator/supervisor.h"
 #include "simulator/unit.h"
@@ -35,12 +36,6 @@ struct Options {
   std::string kind;
   std::int64_t after = 0;
   std::string table;
-  std::string column;
-  std::string value;
-  int row = 0;
-  std::vector<std::string> fault;
-  std::string circuit;
-  std::string macAddress;
   std::string text;
   double timeout = 10;
 };
@@ -126,10 +121,10 @@ void printTable(const Options& options) {
                   shown(tables.cell(*table, row, column).value_or("")).c_str());
 }
 
-void setCell(const Options& options) {
-  const auto unit = existingUnit(options.unit);
-  unit->setCell(options.table, options.row, options.column, options.value);
-  unit->record("write", writeText(options.table, options.row, options.column, options.value));
+void printLeds(const Options& options) {
+  for (const GpioPoint& point : gpioPoints(existingUnit(options.unit)->database()))
+    if (point.kind == "led")
+      std::printf("%3d  %-18s  %s\n", point.number, point.name.c_str(), point.isOn ? "on" : "off");
 }
 
 void listFaults(const Options& options) {
@@ -140,18 +135,6 @@ void listFaults(const Options& options) {
 void describeFaults() {
   for (const FaultForm& fault : faultForms())
     std::printf("%-22s  %s\n", fault.form, fault.effect);
-}
-
-void switchFault(const Options& options, bool on) {
-  std::string name;
-  for (const std::string& word : options.fault)
-    name.append(name.empty() ? "" : " ").append(word);
-  existingUnit(options.unit)->setFault(name, on);
-}
-
-void requireCircuit(bool done, const Options& options) {
-  if (!done)
-    throw std::runtime_error("there can be no such circuit: " + options.circuit);
 }
 
 /// Whether the unit's last boot has come to its end.
@@ -206,44 +189,21 @@ void addTable(CLI::App& app, Options& options) {
   command->callback([&] { printTable(options); });
 }
 
-void addSet(CLI::App& app, Options& options) {
-  CLI::App* const command = app.add_subcommand("set", "Set a cell of the configuration store");
-  addUnitOption(*command, options.unit);
-  command->add_option("TABLE", options.table)->required();
-  command->add_option("COLUMN", options.column)->required();
-  command->add_option("VALUE", options.value)->required();
-  command->add_option("--row", options.row, "Row, counted from 0")->check(CLI::NonNegativeNumber);
-  command->callback([&] { setCell(options); });
+void addScreens(CLI::App& app, Options& options) {
+  CLI::App* const status = app.add_subcommand("status", "Show the whole unit on one screen");
+  CLI::App* const led = app.add_subcommand("led", "Show the LEDs by number and name");
+  for (CLI::App* const screen : {status, led})
+    addUnitOption(*screen, options.unit);
+  status->callback([&] { std::fputs(statusText(*existingUnit(options.unit)).c_str(), stdout); });
+  led->callback([&] { printLeds(options); });
 }
 
-void addFault(CLI::App& app, Options& options) {
-  CLI::App* const command = app.add_subcommand("fault", "Make things of the unit fail");
-  command->require_subcommand(1);
+void addFaultLists(CLI::App& app, Options& options) {
+  CLI::App* const command = app.get_subcommand("fault");
   CLI::App* const list = command->add_subcommand("list", "Show the faults that are on");
   addUnitOption(*list, options.unit);
   list->callback([&] { listFaults(options); });
   command->add_subcommand("names", "Show all names")->callback(describeFaults);
-  for (const bool on : {true, false}) {
-    CLI::App* const change = command->add_subcommand(on ? "on" : "off", on ? "Switch one on" : "Switch one off");
-    addUnitOption(*change, options.unit);
-    change->add_option("NAME", options.fault, "Name of the fault, as \"fault names\" shows them")->required();
-    change->callback([&options, on] { switchFault(options, on); });
-  }
-}
-
-void addCircuit(CLI::App& app, Options& options) {
-  CLI::App* const command = app.add_subcommand("circuit", "Change the ATM circuit of the data interface");
-  command->require_subcommand(1);
-  CLI::App* const make = command->add_subcommand("new", "Make a circuit");
-  CLI::App* const unmake = command->add_subcommand("delete", "Delete a circuit");
-  for (CLI::App* const change : {make, unmake}) {
-    addUnitOption(*change, options.unit);
-    change->add_option("CIRCUIT", options.circuit, "1.VPI.VCI")->required();
-  }
-  make->add_option("MAC-ADDRESS", options.macAddress)->required();
-  make->callback(
-      [&] { requireCircuit(newCircuit(*existingUnit(options.unit), options.circuit, options.macAddress), options); });
-  unmake->callback([&] { requireCircuit(deleteCircuit(*existingUnit(options.unit), options.circuit), options); });
 }
 
 void addWait(CLI::App& app, Options& options) {
@@ -270,11 +230,10 @@ int run(int argc, char** argv) {
   addUp(app, options, status);
   addJournal(app, options);
   addTable(app, options);
-  addSet(app, options);
-  addFault(app, options);
-  addCircuit(app, options);
   addWait(app, options);
-  addBoardCommands(app);
+  addScreens(app, options);
+  addActions(app, options.unit);
+  addFaultLists(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

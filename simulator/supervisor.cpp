@@ -1,7 +1,5 @@
 #include "simulator/supervisor.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +15,7 @@
 
 #include "simulator/database.h"
 #include "simulator/journal.h"
+#include "simulator/supervisor_lock.h"
 #include "simulator/unit.h"
 
 namespace gateway {
@@ -26,33 +25,12 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-constexpr const char* supervisorLock = "supervisor.lock";
 constexpr auto readyPoll = 10ms;
 constexpr auto restartPause = 1s;
 constexpr auto endingTime = 2s;
 constexpr int commandNotRun = 127;
 // The last thing that the service does before it receives.
 constexpr std::string_view lastStartUpRow = "/NVRM/PTM_MODE";
-
-/// Keeps a second supervisor off the unit.
-class UnitLock {
-public:
-  explicit UnitLock(const std::filesystem::path& folder)
-      : m_descriptor(open((folder / supervisorLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)),
-        m_isHeld(m_descriptor >= 0 && flock(m_descriptor, LOCK_EX | LOCK_NB) == 0) {}
-  ~UnitLock() {
-    if (m_descriptor >= 0)
-      close(m_descriptor);
-  }
-  UnitLock(const UnitLock&) = delete;
-  UnitLock& operator=(const UnitLock&) = delete;
-
-  bool isHeld() const { return m_isHeld; }
-
-private:
-  int m_descriptor;
-  bool m_isHeld;
-};
 
 /// The signals that the supervisor waits for, blocked for as long as this lives.
 class Signals {
@@ -112,7 +90,8 @@ std::int64_t recordBoot(Unit& unit) {
 
 class Supervisor {
 public:
-  Supervisor(Unit& unit, std::filesystem::path service) : m_unit(unit), m_service(std::move(service)) {}
+  Supervisor(Unit& unit, const SupervisorLock& lock, std::filesystem::path service)
+      : m_unit(unit), m_lock(lock), m_service(std::move(service)) {}
 
   int run() {
     while (!m_isEnding) {
@@ -120,7 +99,7 @@ public:
       const int status = serve();
       if (m_isEnding)
         break;
-      if (!m_wasReady) {
+      if (!m_wasReady && !hasRebooted(status)) {
         say(endText(status) + " before it was ready");
         return EXIT_FAILURE;
       }
@@ -140,6 +119,7 @@ private:
     if (m_child < 0)
       throw std::runtime_error("the service can't be started");
     setpgid(m_child, m_child);
+    m_lock.leaveService(m_child);
   }
 
   [[noreturn]] void becomeService(const std::string& supervisor) {
@@ -162,6 +142,7 @@ private:
       else if (!m_isReady && hasStarted())
         becomeReady();
     }
+    m_lock.leaveService(0);
     killpg(m_child, SIGKILL);
     return status;
   }
@@ -192,8 +173,14 @@ private:
     }
   }
 
+  /// Whether the unit has rebooted: the service did that, or somebody who killed it.
+  bool hasRebooted(int status) {
+    return (WIFEXITED(status) && WEXITSTATUS(status) == rebootExitStatus) ||
+           !m_unit.journal(m_bootRow, "reboot").empty();
+  }
+
   void afterEnd(int status) {
-    if (WIFEXITED(status) && WEXITSTATUS(status) == rebootExitStatus) {
+    if (hasRebooted(status)) {
       say("The unit reboots");
       return;
     }
@@ -204,6 +191,7 @@ private:
   }
 
   Unit& m_unit;
+  const SupervisorLock& m_lock;
   const std::filesystem::path m_service;
   const Signals m_signals;
   pid_t m_child = -1;
@@ -217,7 +205,7 @@ private:
 
 int supervise(const SupervisorOptions& options) {
   std::filesystem::create_directories(options.unit);
-  const UnitLock lock(options.unit);
+  const SupervisorLock lock(options.unit);
   if (!lock.isHeld()) {
     say("The unit in " + options.unit.string() + " runs already");
     return EXIT_FAILURE;
@@ -226,7 +214,7 @@ int supervise(const SupervisorOptions& options) {
     Unit::remove(options.unit);
   const std::unique_ptr<Unit> unit = Unit::open(options.unit);
   say("The unit keeps its state in " + unit->folder().string());
-  return Supervisor(*unit, options.service).run();
+  return Supervisor(*unit, lock, options.service).run();
 }
 
 } // namespace gateway

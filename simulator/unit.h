@@ -30,6 +30,7 @@ constexpr std::string_view safeBoot = "safe boot";
 // Environment of a process that works on a unit.
 constexpr const char* unitVariable = "GATEWAY_UNIT";             ///< folder of the unit
 constexpr const char* supervisorVariable = "GATEWAY_SUPERVISOR"; ///< process id that the service must not outlive
+constexpr const char* unitProcessVariable = "GATEWAY_PROCESS";   ///< set for a process that the unit itself runs
 
 /// Exit status of a service whose unit reboots.
 constexpr int rebootExitStatus = 86;

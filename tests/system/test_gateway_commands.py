@@ -294,6 +294,52 @@ def test_every_fault_of_the_list_can_be_switched_on(unit):
         unit.do(f"fault off {' '.join(words)}")
 
 
+# The service and the power.
+
+
+def test_kill(unit):
+    unit.bench.gateway("press", "reset")
+    before = unit.bench.last_row()
+    unit.do("kill")
+    unit.bench.wait_ready(2)
+    assert unit.bench.rows("action", before) == ["kill"]
+    assert unit.bench.rows("boot", before) == ["normal"]
+    assert unit.bench.rows("reboot", before) == []
+    unit.bench.wait_output("The service was ended by signal 9 and is started again")
+    unit.shows(buttons="reset pressed, wps released")
+    assert unit.station.read(MODEM_INFO)
+
+
+@pytest.mark.parametrize("words, kind", [("reboot", "normal"), ("reboot --safe", "safe boot")])
+def test_reboot(unit, words, kind):
+    unit.station.write(TEST_MODE_CFG, b"<TEST_CONFIG><LED><ALL_LEDS>OFF</ALL_LEDS></LED></TEST_CONFIG>")
+    before = unit.bench.last_row()
+    unit.do(words)
+    unit.bench.wait_ready(2)
+    assert unit.bench.rows("action", before) == [words]
+    assert unit.bench.rows("reboot", before) == unit.bench.rows("boot", before) == [kind]
+    unit.bench.wait_output("The unit reboots")
+    unit.shows(LEDs="driven by the unit")
+    assert unit.station.read(MODEM_INFO)
+    # The boot after that is a normal one again.
+    unit.do("reboot")
+    unit.bench.wait_ready(3)
+    assert unit.bench.rows("boot", before) == [kind, "normal"]
+
+
+def test_actions_are_journalled_before_what_they_do(unit):
+    before = unit.bench.last_row()
+    run("radio", "ssid", "--unit", str(unit.bench.folder), "--", "-a b")
+    unit.do("set ProductionData SerialNum 4711 --row 0")
+    rows = [line.split(maxsplit=4)[3:] for line in unit.bench.journal() if int(line.split()[0]) > before]
+    assert rows == [
+        ["action", 'radio ssid -- "-a b"'],
+        ["radio", "ssid -a b"],
+        ["action", "set ProductionData SerialNum 4711 --row 0"],
+        ["write", "ProductionData 0 SerialNum=4711"],
+    ]
+
+
 # What is refused.
 
 REFUSED = [
@@ -349,6 +395,9 @@ REFUSED = [
     "fault on file /etc/passwd",
     "fault on field Nothing",
     "fault off nothing",
+    "kill",  # no service runs
+    "reboot",
+    "reboot --safe",
     "journal --after x",
     "wait row",
 ]

@@ -197,6 +197,7 @@ def move_the_circuit(session):
         f"/etc/init.d/NewVpiVci.sh 1.8.36 {MAC}",
     ]
     assert session.bench.rows("circuit", before) == ["deleted 1.0.35", f"new 1.8.36 {MAC}"]
+    assert session.bench.rows("action", before) == []  # the unit did it itself
     assert in_store() == ([("nas0", "8", "36")], ("8", "36"))
     assert shown() == ({"VPI": "8", "VCI": "36"}, "READY")
     statistics = session.read(STATISTICS)
