@@ -1,0 +1,33 @@
+#pragma once
+// The unit and the service's files as every input finds them.
+
+#include <string>
+#include <string_view>
+
+#include "simulator/unit.h"
+
+namespace fuzz {
+
+/// For the time of an input: the process's one unit in memory in factory state, the service as just started, and the
+/// clock in hand at 0. What the service prints goes nowhere, no command of it is run, no file removed, and nothing is
+/// journalled. At its end nothing may be open.
+class FreshUnit {
+public:
+  FreshUnit();
+  ~FreshUnit();
+  FreshUnit(const FreshUnit&) = delete;
+  FreshUnit& operator=(const FreshUnit&) = delete;
+
+  static gateway::Unit& unit() { return gateway::theUnit(); }
+};
+
+/// The text of a read of a virtual file. A read that is refused without a message is a finding.
+std::string readFile(const char* name, std::string* refusal = nullptr);
+
+/// The message with which a written file is refused; empty when it is taken. A refusal without one is a finding.
+std::string writeFile(const char* name, std::string_view text);
+
+/// Reads all virtual files, one after the other.
+void readAll();
+
+} // namespace fuzz
