@@ -1,5 +1,6 @@
 #include "simulator/database.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace gateway {
@@ -23,10 +24,27 @@ void configureLibrary() {
   std::call_once(once, [] { sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0); });
 }
 
+// Where an image says whether it has a write-ahead log, which memory has not, and how it says so.
+constexpr std::size_t journalModeBytes[] = {18, 19};
+constexpr char withoutLog = 1;
+
 } // namespace
 
 std::unique_ptr<Database> Database::inMemory() {
   return std::unique_ptr<Database>(new Database(":memory:"));
+}
+
+std::unique_ptr<Database> Database::fromImage(std::string_view image) {
+  std::unique_ptr<Database> database = inMemory();
+  auto* const bytes = static_cast<unsigned char*>(sqlite3_malloc64(image.size()));
+  if (bytes == nullptr)
+    throw DatabaseError("out of memory");
+  std::ranges::copy(image, bytes);
+  const auto size = static_cast<sqlite3_int64>(image.size());
+  constexpr unsigned flags = SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE;
+  if (sqlite3_deserialize(database->m_connection, "main", bytes, size, size, flags) != SQLITE_OK)
+    database->fail("image");
+  return database;
 }
 
 std::unique_ptr<Database> Database::open(const std::filesystem::path& file) {
@@ -55,6 +73,30 @@ Database::~Database() {
 
 void Database::fail(std::string_view what) const {
   throw DatabaseError(std::string(what) + ": " + sqlite3_errmsg(m_connection));
+}
+
+void Database::copyTo(Database& other) {
+  const std::scoped_lock held(m_mutex, other.m_mutex);
+  sqlite3_backup* const copy = sqlite3_backup_init(other.m_connection, "main", m_connection, "main");
+  if (copy == nullptr)
+    other.fail("copy");
+  sqlite3_backup_step(copy, -1);
+  if (sqlite3_backup_finish(copy) != SQLITE_OK)
+    other.fail("copy");
+  other.stateChanged();
+}
+
+std::string Database::image() {
+  const std::lock_guard held(m_mutex);
+  sqlite3_int64 size = 0;
+  const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> bytes(sqlite3_serialize(m_connection, "main", &size, 0),
+                                                                      sqlite3_free);
+  if (bytes == nullptr)
+    fail("image");
+  std::string image(reinterpret_cast<const char*>(bytes.get()), static_cast<std::size_t>(size));
+  for (const std::size_t index : journalModeBytes)
+    image.at(index) = withoutLog;
+  return image;
 }
 
 void Database::runScript(const char* sql) {

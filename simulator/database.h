@@ -25,6 +25,8 @@ public:
 class Database {
 public:
   static std::unique_ptr<Database> inMemory();
+  /// A database in memory with what an image() holds.
+  static std::unique_ptr<Database> fromImage(std::string_view image);
   /// Opens or creates the file. Throws DatabaseError.
   static std::unique_ptr<Database> open(const std::filesystem::path& file);
   ~Database();
@@ -33,6 +35,11 @@ public:
 
   /// Holds the connection for a scope, so that what is read in it belongs together.
   std::unique_lock<std::recursive_mutex> lock() { return std::unique_lock(m_mutex); }
+
+  /// Makes another database the same as this one, at once and as a whole.
+  void copyTo(Database& other);
+  /// All bytes of a database in memory.
+  std::string image();
 
   /// Runs a text of several statements.
   void runScript(const char* sql);

@@ -15,6 +15,7 @@
 #include "simulator/drivers/gpio.h"
 #include "simulator/existing_unit.h"
 #include "simulator/faults.h"
+#include "simulator/saved_unit.h"
 #include "simulator/status.h"
 #include "simulator/store/tables.h"
 #include "simulator/supervisor.h"
@@ -37,6 +38,7 @@ struct Options {
   std::int64_t after = 0;
   std::string table;
   std::string text;
+  std::string file;
   double timeout = 10;
 };
 
@@ -206,6 +208,17 @@ void addFaultLists(CLI::App& app, Options& options) {
   command->add_subcommand("names", "Show all names")->callback(describeFaults);
 }
 
+void addSaving(CLI::App& app, Options& options) {
+  CLI::App* const save = app.add_subcommand("save", "Keep the whole unit in a file");
+  CLI::App* const load = app.add_subcommand("load", "Make the unit what a file holds; not while it runs");
+  for (CLI::App* const command : {save, load}) {
+    addUnitOption(*command, options.unit);
+    command->add_option("FILE", options.file)->required();
+  }
+  save->callback([&] { saveUnit(*existingUnit(options.unit), options.file); });
+  load->callback([&] { loadUnit(options.unit, options.file); });
+}
+
 void addWait(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("wait", "Wait for the unit");
   command->require_subcommand(1);
@@ -234,6 +247,7 @@ int run(int argc, char** argv) {
   addScreens(app, options);
   addActions(app, options.unit);
   addFaultLists(app, options);
+  addSaving(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {
