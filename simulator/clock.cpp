@@ -121,7 +121,7 @@ int board_usleep(useconds_t microseconds) {
     return 0;
   }
   const timespec duration{.tv_sec = static_cast<time_t>(microseconds / 1'000'000),
-                          .tv_nsec = static_cast<long>(microseconds % 1'000'000) * nsPerUs};
+                          .tv_nsec = static_cast<long>((microseconds % 1'000'000) * nsPerUs)};
   nanosleep(&duration, nullptr);
   return 0;
 }

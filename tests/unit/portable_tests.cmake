@@ -1,0 +1,33 @@
+# The tests that need no database: they run on the bench of the gateway's build, too.
+unit_test(FTM_Task_test)
+wrap(FTM_Task_test pthread_create socket bind recvfrom calloc board_cond_timedwait
+  cfg_startSession cfg_setListen cfg_listenSubject cfg_sendMsg cl_cfg_service
+  _Z17FtmClear4PortStatv
+)
+
+unit_test(TFTPops_test)
+
+unit_test(TFTPserver_test)
+wrap(TFTPserver_test calloc
+  _Z9getFtmXmlPKcPP13ST_TFTP_ERROR
+  _Z9putFtmXmlPcPKc
+  _Z14DISC_dataFirstP20ST_DISC_CHAN_ATTRIBS
+  _Z12DISC_dataAsmP20ST_DISC_CHAN_ATTRIBS
+  _Z14DISC_dataFinisP20ST_DISC_CHAN_ATTRIBS
+  _Z13DISC_hexFirstP20ST_DISC_CHAN_ATTRIBS
+  _Z11DISC_hexAsmP20ST_DISC_CHAN_ATTRIBS
+  _Z13DISC_hexFinisP20ST_DISC_CHAN_ATTRIBS
+  _Z17DISC_burnHexImagev
+  _Z6ReBooti
+  _Z13WDOGPetTheDogv
+)
+
+unit_test(xml_parser_test)
+
+unit_test(xml_serializer_test)
+
+unit_test(xml_tree_test)
+wrap(xml_tree_test malloc calloc realloc board_syslog)
+
+unit_test(gateway_clock_test)
+unit_test(platform_records_test)
