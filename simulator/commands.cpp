@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -20,6 +21,7 @@
 #include "simulator/store/tables.h"
 #include "simulator/supervisor_lock.h"
 #include "simulator/unit.h"
+#include "simulator/wire_setting.h"
 #include "simulator/words.h"
 
 namespace gateway {
@@ -37,6 +39,8 @@ struct Arguments {
   std::vector<std::string> names;
   int number = 0;
   int megabits = 0;
+  int jitterMs = 0;
+  std::uint32_t seed = 0;
   int row = 0;
   bool isSafe = false;
   UsbDevice device;
@@ -256,6 +260,31 @@ void addCircuit(Grammar& grammar) {
   make.add_option("MAC-ADDRESS", grammar.arguments().text)->required();
 }
 
+void addWire(Grammar& grammar) {
+  Arguments& arguments = grammar.arguments();
+  CLI::App& wire = grammar.addGroup("wire", "Make the wire to the stations worse");
+  grammar
+      .add(wire, "loss", "Lose datagrams", [](Unit& unit, const Arguments& given) { setWireLoss(unit, given.number); })
+      .add_option("PERCENT", arguments.number)
+      ->required();
+  grammar
+      .add(wire, "duplicate", "Let datagrams arrive twice",
+           [](Unit& unit, const Arguments& given) { setWireDuplication(unit, given.number); })
+      .add_option("PERCENT", arguments.number)
+      ->required();
+  CLI::App& delay = grammar.add(wire, "delay", "Delay datagrams", [](Unit& unit, const Arguments& given) {
+    setWireDelay(unit, given.number, given.jitterMs);
+  });
+  delay.add_option("MS", arguments.number, "Of each")->required();
+  delay.add_option("--jitter", arguments.jitterMs, "Milliseconds that one may take besides, at most");
+  grammar
+      .add(wire, "seed", "Choose the row of chances; it starts over at each change and each boot",
+           [](Unit& unit, const Arguments& given) { setWireSeed(unit, given.seed); })
+      .add_option("NUMBER", arguments.seed)
+      ->required();
+  grammar.add(wire, "clear", "Let everything pass", [](Unit& unit, const Arguments&) { clearWire(unit); });
+}
+
 void cutPower(Unit& unit, bool isSafe) {
   const RunningService service(unit.folder());
   if (isSafe)
@@ -282,6 +311,7 @@ void addAll(Grammar grammar) {
   addSet(grammar);
   addFault(grammar);
   addCircuit(grammar);
+  addWire(grammar);
   addPower(grammar);
 }
 

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -16,10 +15,12 @@
 #include "simulator/existing_unit.h"
 #include "simulator/faults.h"
 #include "simulator/saved_unit.h"
+#include "simulator/shown_text.h"
 #include "simulator/status.h"
 #include "simulator/store/tables.h"
 #include "simulator/supervisor.h"
 #include "simulator/unit.h"
+#include "simulator/wire_commands.h"
 
 namespace {
 
@@ -45,36 +46,6 @@ struct Options {
 std::string serviceOfThisBuild() {
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
   return (program.parent_path().parent_path() / "userapps/FTM/FTM").string();
-}
-
-/// A text on one line: control characters and backslashes as escapes.
-std::string shown(std::string_view text) {
-  std::string line;
-  for (const char character : text) {
-    const auto code = static_cast<unsigned char>(character);
-    if (character == '\n')
-      line += "\\n";
-    else if (character == '\\')
-      line += "\\\\";
-    else if (code < ' ' || code == 0x7F) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\x%02x", code);
-      line += escape;
-    } else
-      line += character;
-  }
-  return line;
-}
-
-std::string timeText(std::int64_t ms) {
-  const auto seconds = static_cast<std::time_t>(ms / 1000);
-  std::tm local{};
-  localtime_r(&seconds, &local);
-  char clock[32];
-  std::strftime(clock, sizeof clock, "%F %T", &local);
-  char text[48];
-  std::snprintf(text, sizeof text, "%s.%03d", clock, static_cast<int>(ms % 1000));
-  return text;
 }
 
 /// Prints the rows after `after` and returns the last one's id.
@@ -248,6 +219,7 @@ int run(int argc, char** argv) {
   addActions(app, options.unit);
   addFaultLists(app, options);
   addSaving(app, options);
+  addWireCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

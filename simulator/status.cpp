@@ -10,6 +10,7 @@
 #include "simulator/drivers/wireless.h"
 #include "simulator/faults.h"
 #include "simulator/unit.h"
+#include "simulator/wire_setting.h"
 
 namespace gateway {
 
@@ -94,6 +95,13 @@ void addUsb(Screen& screen, Unit& unit) {
     screen.line("USB", device.vendor + " " + device.model + " " + device.rev);
 }
 
+void addWire(Screen& screen, Unit& unit) {
+  const WireSetting wire = wireSetting(unit.database());
+  screen.line("wire", wire.isClean() ? "clean"
+                                     : formatted("loss %d %%, duplicates %d %%, delay %d ms, jitter %d ms", wire.loss,
+                                                 wire.duplicate, wire.delayMs, wire.jitterMs));
+}
+
 void addFaults(Screen& screen, Unit& unit) {
   const std::vector<std::string> faults = unit.faults().names();
   if (faults.empty())
@@ -121,6 +129,7 @@ std::string statusText(Unit& unit) {
   screen.line("traffic", isTrafficOn(unit) ? "on" : "off");
   addRadio(screen, unit);
   addUsb(screen, unit);
+  addWire(screen, unit);
   addFaults(screen, unit);
   return screen.text();
 }

@@ -21,6 +21,7 @@
 #include "simulator/journal.h"
 #include "simulator/store/embedded_sql.h"
 #include "simulator/store/tables.h"
+#include "simulator/wire.h"
 
 namespace gateway {
 
@@ -29,7 +30,7 @@ namespace {
 constexpr const char* databaseFile = "unit.db";
 constexpr const char* lockFile = "unit.lock";
 constexpr const char* gatewayRoot = "root";
-constexpr int schemaVersion = 2;
+constexpr int schemaVersion = 3;
 constexpr std::chrono::milliseconds restartDelay{200}; // from the signal to init to the end of the service
 
 /// Held while a unit is made, so that two processes don't make it twice.
@@ -131,6 +132,7 @@ void Unit::remove(const std::filesystem::path& folder) {
   const std::string database = (folder / databaseFile).string();
   for (const char* const suffix : {"-wal", "-shm", ""})
     std::filesystem::remove(database + suffix);
+  std::filesystem::remove(folder / wireFile);
   std::filesystem::remove_all(folder / gatewayRoot);
 }
 

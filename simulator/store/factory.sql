@@ -70,4 +70,5 @@ INSERT INTO line VALUES ('up', 0);
 INSERT INTO switch_ports VALUES (1, 100), (2, 100), (3, 100), (4, 100), (5, 1000);
 INSERT INTO net_devices VALUES ('eth0', 0x1003, 5), ('eth1', 0x1003, 1);
 INSERT INTO traffic VALUES (0, 0);
+INSERT INTO wire VALUES (0, 0, 0, 0, 1, 0);
 INSERT INTO radio VALUES ('wl0', '02:1a:2b:00:00:02', 1, 'Quorvane', -1, 6, 6, 6, 'US');

@@ -247,6 +247,16 @@ CREATE TABLE radio_variables (
   value TEXT NOT NULL -- its bytes in hexadecimal
 ) WITHOUT ROWID;
 
+-- What the wire does to the datagrams of the service; percentages are whole numbers.
+CREATE TABLE wire (
+  loss INTEGER NOT NULL,
+  duplicate INTEGER NOT NULL,
+  delay_ms INTEGER NOT NULL,
+  jitter_ms INTEGER NOT NULL,
+  seed INTEGER NOT NULL,
+  era INTEGER NOT NULL -- counts the changes
+);
+
 CREATE TABLE faults (name TEXT PRIMARY KEY) WITHOUT ROWID;
 
 CREATE TABLE messages (id INTEGER PRIMARY KEY AUTOINCREMENT, subject TEXT NOT NULL, body TEXT NOT NULL);

@@ -74,6 +74,12 @@ constexpr Sample samples[] = {
     {nullptr, "set ProductionData SerialNum \"\"", "write ProductionData 0 SerialNum=", "serial      \n"},
     {nullptr, "set ProductionData SerialNum [a,b]", "write ProductionData 0 SerialNum=[a,b]", "serial      [a,b]"},
     {nullptr, "set WlanStations Stations 5 --row 0", "write WlanStations 0 Stations=5", "5 stations"},
+    {nullptr, "wire loss 20", "wire loss 20", "loss 20 %"},
+    {nullptr, "wire duplicate 5", "wire duplicate 5", "duplicates 5 %"},
+    {nullptr, "wire delay 30", "wire delay 30 jitter 0", "delay 30 ms, jitter 0 ms"},
+    {nullptr, "wire delay 30 --jitter 10", "wire delay 30 jitter 10", "delay 30 ms, jitter 10 ms"},
+    {nullptr, "wire seed 4000000000", "wire seed 4000000000", "wire        clean"},
+    {"wire loss 20", "wire clear", "wire clear", "wire        clean"},
     {nullptr, "fault on commit", nullptr, "fault       commit"},
     {nullptr, "fault on table SwitchStat", nullptr, "fault       table SwitchStat"},
     {"fault on commit", "fault off commit", nullptr, "faults      none"},
@@ -132,6 +138,8 @@ struct Refusal {
 };
 
 constexpr Refusal refusals[] = {
+    {"wire loss 101", "101 is no percentage"},
+    {"wire delay 60001", "up to 60000 ms"},
     {"port 0 up", "no such switch port"},
     {"port 6 up", "no such switch port"},
     {"speed 6 100", "no such switch port"},

@@ -36,6 +36,22 @@ constexpr std::uint16_t autoPairTestMask = 0x0800;
 constexpr std::uint16_t wirelessTestMask = 0x0400;
 constexpr std::uint16_t voiceTestMask = 0x0200;
 
+/// A test that "FTM_TestModeOp.xml" lists while it is active.
+struct ListedTest {
+  std::uint16_t mask;
+  const char* name;
+};
+
+/// In the order in which they are listed. The list spells throughput with an underscore, which the station expects.
+constexpr ListedTest listedTests[] = {
+    {ledTestMask, "LED"},
+    {resetSwitchTestMask, "RESET_SWITCH"},
+    {throughputTestMask, "THROUGH_PUT"},
+    {autoPairTestMask, "AUTO_PAIR"},
+    {wirelessTestMask, "BCOM_WIRELESS"},
+    {voiceTestMask, "VOIP"},
+};
+
 extern U_FTM_TST_FLAGS unFtmState;
 
 // Configuration store.

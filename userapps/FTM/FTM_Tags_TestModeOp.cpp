@@ -16,8 +16,7 @@ namespace {
 
 struct TestMode {
   std::uint16_t mask;
-  const char* enterName;  // child of ENTER_TEST; null: this file can't start the test
-  const char* activeName; // element of the list of active tests; null: never listed
+  const char* enterName; // child of ENTER_TEST; null: this file can't start the test
   int (*enter)(ST_XML_ELEMENT* test, int* piretval);
   void (*exit)();
 };
@@ -33,16 +32,15 @@ int enterWith(ST_XML_ELEMENT*, int*) {
   return 0;
 }
 
-// In the order in which active tests are listed and ended. The active list spells throughput with an underscore, which
-// the station expects.
+// In the order in which active tests are ended.
 constexpr TestMode testModes[] = {
-    {ledTestMask, "LED", "LED", enterWith<FtmActionLedTst>, FtmActionExitLedTst},
-    {resetSwitchTestMask, "RESET_SWITCH", "RESET_SWITCH", enterWith<FtmActionRsSwTst>, FtmActionExitRsSwTst},
-    {throughputTestMask, "THROUGHPUT", "THROUGH_PUT", FTM_ParseTagTHRPUT, FtmActionExitThrPutTst},
-    {multiHybridTestMask, nullptr, nullptr, enterNothing, FtmActionExitMultiHybridTst},
-    {autoPairTestMask, "AUTO_PAIR", "AUTO_PAIR", enterWith<FtmActionAutoPairTst>, FtmActionExitAutoPairTst},
-    {wirelessTestMask, "BCOM_WIRELESS", "BCOM_WIRELESS", enterNothing, exitNothing},
-    {voiceTestMask, "VOIP", "VOIP", FTM_ParseTagVOIP, exitNothing},
+    {ledTestMask, "LED", enterWith<FtmActionLedTst>, FtmActionExitLedTst},
+    {resetSwitchTestMask, "RESET_SWITCH", enterWith<FtmActionRsSwTst>, FtmActionExitRsSwTst},
+    {throughputTestMask, "THROUGHPUT", FTM_ParseTagTHRPUT, FtmActionExitThrPutTst},
+    {multiHybridTestMask, nullptr, enterNothing, FtmActionExitMultiHybridTst},
+    {autoPairTestMask, "AUTO_PAIR", enterWith<FtmActionAutoPairTst>, FtmActionExitAutoPairTst},
+    {wirelessTestMask, "BCOM_WIRELESS", enterNothing, exitNothing},
+    {voiceTestMask, "VOIP", FTM_ParseTagVOIP, exitNothing},
 };
 
 struct SystemCommand {
@@ -64,9 +62,9 @@ constexpr const char* documentTail = "</ACTIVE_TEST>";
 
 std::string operationText() {
   std::string text = documentHead;
-  for (const TestMode& test : testModes)
-    if (test.activeName != nullptr && (unFtmState.usWd & test.mask) != 0)
-      text.append("<").append(test.activeName).append("/>");
+  for (const ListedTest& test : listedTests)
+    if ((unFtmState.usWd & test.mask) != 0)
+      text.append("<").append(test.name).append("/>");
   return text.append(documentTail);
 }
 
