@@ -15,6 +15,7 @@
 
 #include "simulator/database.h"
 #include "simulator/journal.h"
+#include "simulator/service_output.h"
 #include "simulator/supervisor_lock.h"
 #include "simulator/unit.h"
 
@@ -67,10 +68,15 @@ void say(const std::string& text) {
   std::fflush(stdout);
 }
 
+/// "signal 9", "status 255".
 std::string endText(int status) {
-  if (WIFSIGNALED(status))
-    return "The service was ended by signal " + std::to_string(WTERMSIG(status));
-  return "The service ended with status " + std::to_string(WEXITSTATUS(status));
+  return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                             : "status " + std::to_string(WEXITSTATUS(status));
+}
+
+/// The same as a sentence's beginning.
+std::string endSentence(int status) {
+  return (WIFSIGNALED(status) ? "The service was ended by " : "The service ended with ") + endText(status);
 }
 
 /// Journals the boot that comes and returns the id of its row.
@@ -91,19 +97,21 @@ std::int64_t recordBoot(Unit& unit) {
 class Supervisor {
 public:
   Supervisor(Unit& unit, const SupervisorLock& lock, std::filesystem::path service)
-      : m_unit(unit), m_lock(lock), m_service(std::move(service)) {}
+      : m_unit(unit), m_lock(lock), m_service(std::move(service)), m_output(unit.folder()) {}
 
   int run() {
+    m_output.say("The unit keeps its state in " + m_unit.folder().string());
     while (!m_isEnding) {
       boot();
       const int status = serve();
+      const bool hasRebooted = recordEnd(status);
       if (m_isEnding)
         break;
-      if (!m_wasReady && !hasRebooted(status)) {
-        say(endText(status) + " before it was ready");
+      if (!m_wasReady && !hasRebooted) {
+        m_output.say(endSentence(status) + " before it was ready");
         return EXIT_FAILURE;
       }
-      afterEnd(status);
+      afterEnd(status, hasRebooted);
     }
     return EXIT_SUCCESS;
   }
@@ -126,6 +134,8 @@ private:
     setpgid(0, 0); // what it starts itself ends with it
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     m_signals.restore();
+    dup2(m_output.descriptor(), STDOUT_FILENO);
+    dup2(m_output.descriptor(), STDERR_FILENO);
     setenv(unitVariable, m_unit.folder().c_str(), 1);
     setenv(supervisorVariable, supervisor.c_str(), 1);
     execl(m_service.c_str(), m_service.c_str(), nullptr);
@@ -157,7 +167,7 @@ private:
     m_wasReady = true;
     m_unit.record("ready", "");
     m_unit.journalBook().flush();
-    say("ready");
+    m_output.say("ready");
   }
 
   /// Asks the service to end, and makes it when it doesn't.
@@ -173,18 +183,24 @@ private:
     }
   }
 
-  /// Whether the unit has rebooted: the service did that, or somebody who killed it.
-  bool hasRebooted(int status) {
-    return (WIFEXITED(status) && WEXITSTATUS(status) == rebootExitStatus) ||
-           !m_unit.journal(m_bootRow, "reboot").empty();
+  /// Journals the end and returns whether it was that of a rebooting unit: the service did that, or somebody who killed
+  /// it, and whose action is over once this transaction begins.
+  bool recordEnd(int status) {
+    m_unit.journalBook().flush();
+    Transaction transaction(m_unit.database());
+    const bool hasRebooted =
+        (WIFEXITED(status) && WEXITSTATUS(status) == rebootExitStatus) || !m_unit.journal(m_bootRow, "reboot").empty();
+    m_unit.journalBook().insert("end", hasRebooted ? "reboot" : endText(status));
+    transaction.commit();
+    return hasRebooted;
   }
 
-  void afterEnd(int status) {
-    if (hasRebooted(status)) {
-      say("The unit reboots");
+  void afterEnd(int status, bool hasRebooted) {
+    if (hasRebooted) {
+      m_output.say("The unit reboots");
       return;
     }
-    say(endText(status) + " and is started again");
+    m_output.say(endSentence(status) + " and is started again");
     const auto limit = std::chrono::steady_clock::now() + restartPause;
     for (auto now = limit - restartPause; now < limit && !m_isEnding; now = std::chrono::steady_clock::now())
       m_isEnding = m_signals.wait(std::chrono::ceil<milliseconds>(limit - now));
@@ -194,6 +210,7 @@ private:
   const SupervisorLock& m_lock;
   const std::filesystem::path m_service;
   const Signals m_signals;
+  ServiceOutput m_output;
   pid_t m_child = -1;
   std::int64_t m_bootRow = 0;
   bool m_isReady = false;
@@ -210,10 +227,12 @@ int supervise(const SupervisorOptions& options) {
     say("The unit in " + options.unit.string() + " runs already");
     return EXIT_FAILURE;
   }
-  if (options.isFresh)
+  if (options.isFresh) {
     Unit::remove(options.unit);
+    for (const char* const file : {outputFile, olderOutputFile})
+      std::filesystem::remove(options.unit / file);
+  }
   const std::unique_ptr<Unit> unit = Unit::open(options.unit);
-  say("The unit keeps its state in " + unit->folder().string());
   return Supervisor(*unit, lock, options.service).run();
 }
 

@@ -6,6 +6,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 using gateway::Unit;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -107,6 +110,11 @@ protected:
     return texts;
   }
 
+  std::string content(const char* file) const {
+    std::ifstream stream(folder() / file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+
   static int command(const std::string& text) {
     const int status = std::system((GATEWAY_PROGRAM " " + text + " > /dev/null 2>&1").c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -172,6 +180,54 @@ TEST_F(GatewaySupervisor, StartsAServiceAgainThatEndsLater) {
   EXPECT_EQ(supervisor.lineWith("ended"), "The service ended with status 4 and is started again");
   EXPECT_EQ(supervisor.lineWith("ready"), "ready");
   EXPECT_EQ(journal("boot").size(), 2U);
+}
+
+TEST_F(GatewaySupervisor, JournalsHowTheServiceEnded) {
+  Supervisor rebooted(folder(), "safe boot once");
+  EXPECT_EQ(rebooted.lineWith("reboots"), "The unit reboots");
+  EXPECT_EQ(rebooted.lineWith("ready"), "ready");
+  EXPECT_EQ(command("kill --unit " + folder().string()), 0);
+  EXPECT_EQ(rebooted.lineWith("again"), "The service was ended by signal 9 and is started again");
+  EXPECT_EQ(rebooted.lineWith("ready"), "ready");
+  EXPECT_EQ(command("reboot --unit " + folder().string()), 0);
+  EXPECT_EQ(rebooted.lineWith("reboots"), "The unit reboots");
+  EXPECT_EQ(rebooted.lineWith("ready"), "ready");
+  EXPECT_EQ(rebooted.end(SIGINT), EXIT_SUCCESS);
+  EXPECT_THAT(journal("end"), ElementsAre("reboot", "signal 9", "reboot", "signal 15"));
+  Supervisor failing(folder(), "never ready");
+  EXPECT_EQ(failing.join(), EXIT_FAILURE);
+  EXPECT_EQ(journal("end").back(), "status 3");
+}
+
+TEST_F(GatewaySupervisor, KeepsWhatTheServicePrints) {
+  {
+    Supervisor supervisor(folder(), "waits");
+    EXPECT_EQ(supervisor.lineWith("ready"), "ready");
+    supervisor.end(SIGINT);
+  }
+  const std::string start = "The unit keeps its state in " + folder().string() + "\nbound\nready\n";
+  EXPECT_EQ(content("output.log"), start);
+  {
+    Supervisor supervisor(folder(), "waits");
+    EXPECT_EQ(supervisor.lineWith("ready"), "ready");
+    supervisor.end(SIGINT);
+  }
+  EXPECT_EQ(content("output.log"), start + start);
+  Supervisor supervisor(folder(), "waits", {"--fresh"});
+  EXPECT_EQ(supervisor.lineWith("ready"), "ready");
+  supervisor.end(SIGINT);
+  EXPECT_EQ(content("output.log"), start);
+}
+
+// Nobody reads what the supervisor prints meanwhile.
+TEST_F(GatewaySupervisor, KeepsOnlyTheNewestOutputAndWaitsForNobody) {
+  Supervisor supervisor(folder(), "prints");
+  EXPECT_EQ(command("wait row log printed --timeout 100 --unit " + folder().string()), 0);
+  supervisor.end(SIGINT);
+  EXPECT_THAT(content("output.log") + content("output.log.1"), HasSubstr("printed line 69999\n"));
+  EXPECT_LE(std::filesystem::file_size(folder() / "output.log"), std::size_t{1} << 20);
+  EXPECT_LE(std::filesystem::file_size(folder() / "output.log.1"), std::size_t{1} << 20);
+  EXPECT_THAT(content("output.log.1"), Not(HasSubstr("printed line 0\n")));
 }
 
 TEST_F(GatewaySupervisor, KeepsAnotherOneOffTheUnit) {

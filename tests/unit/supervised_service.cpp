@@ -1,5 +1,6 @@
 // Stands in for the service under the supervisor: does what the environment variable SUPERVISED_SERVICE says.
 #include <fcntl.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -41,6 +42,11 @@ int main() {
   if (behaviour == "ends once" && isFirstBoot()) {
     board_system("gateway wait ready");
     return 4;
+  }
+  if (behaviour == "prints") {
+    for (int line = 0; line < 70'000; ++line)
+      std::printf("a line of some length that was printed line %d\n", line);
+    board_syslog(LOG_INFO, "printed");
   }
   if (behaviour == "has a child")
     board_system("sleep 1000");
