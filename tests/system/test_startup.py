@@ -31,7 +31,8 @@ def test_taken_port_ends_the_service_with_status_255(stopped):
         stopped.start(ready=False)
         assert stopped.wait_end() != 0
     stopped.wait_output("status 255")
-    assert "bind() failed" in stopped.journal()[-1]
+    assert "bind() failed" in stopped.rows("log")[-1]
+    assert stopped.rows("end")[-1] == "status 255"
     # The left-over files go only once the port is bound.
     assert left_over(stopped) == LEFT_OVER
     stopped.start()
