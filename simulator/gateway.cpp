@@ -14,6 +14,7 @@
 #include "simulator/drivers/gpio.h"
 #include "simulator/existing_unit.h"
 #include "simulator/faults.h"
+#include "simulator/panel/command.h"
 #include "simulator/saved_unit.h"
 #include "simulator/shown_text.h"
 #include "simulator/status.h"
@@ -220,6 +221,7 @@ int run(int argc, char** argv) {
   addFaultLists(app, options);
   addSaving(app, options);
   addWireCommands(app);
+  addPanelCommand(app, status);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

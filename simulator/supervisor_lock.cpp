@@ -1,7 +1,6 @@
 #include "simulator/supervisor_lock.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -27,15 +26,17 @@ Processes processesOf(const std::filesystem::path& folder) {
   return processes;
 }
 
-bool isSupervised(const std::filesystem::path& folder) {
-  if (folder.empty())
-    return false; // a unit in memory
-  const int descriptor = open((folder / lockFile).c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0)
-    return false;
-  const bool isTaken = flock(descriptor, LOCK_SH | LOCK_NB) != 0;
-  close(descriptor);
-  return isTaken;
+/// The lock on the whole file. It belongs to the open file, so that it ends when the supervisor does.
+struct flock wholeFile() {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return lock;
+}
+
+bool take(int descriptor) {
+  struct flock lock = wholeFile();
+  return fcntl(descriptor, F_OFD_SETLK, &lock) == 0;
 }
 
 /// 0 when there is no such process.
@@ -54,7 +55,7 @@ pid_t parentOf(pid_t process) {
 
 SupervisorLock::SupervisorLock(const std::filesystem::path& folder)
     : m_descriptor(open((folder / lockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)),
-      m_isHeld(m_descriptor >= 0 && flock(m_descriptor, LOCK_EX | LOCK_NB) == 0) {}
+      m_isHeld(m_descriptor >= 0 && take(m_descriptor)) {}
 
 SupervisorLock::~SupervisorLock() {
   if (m_descriptor >= 0)
@@ -66,6 +67,18 @@ void SupervisorLock::leaveService(pid_t service) const {
   if (ftruncate(m_descriptor, 0) != 0 ||
       pwrite(m_descriptor, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
     throw std::runtime_error("the unit's folder can't be written");
+}
+
+bool isSupervised(const std::filesystem::path& folder) {
+  if (folder.empty())
+    return false; // a unit in memory
+  const int descriptor = open((folder / lockFile).c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0)
+    return false;
+  struct flock lock = wholeFile();
+  const bool isKnown = fcntl(descriptor, F_OFD_GETLK, &lock) == 0;
+  close(descriptor);
+  return isKnown && lock.l_type != F_UNLCK;
 }
 
 // The descriptor of the process is opened before it is looked at, so what was looked at is what is killed.

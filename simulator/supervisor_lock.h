@@ -24,6 +24,10 @@ private:
   bool m_isHeld;
 };
 
+/// Whether a supervisor runs the unit in a folder; none does for an empty one. Asking takes no lock, so that it keeps
+/// no supervisor from starting.
+bool isSupervised(const std::filesystem::path& folder);
+
 /// The running service of the unit in a folder, which stays the one that was found even if it ends meanwhile.
 class RunningService {
 public:

@@ -78,7 +78,7 @@ void makeFileSystem(const std::filesystem::path& folder) {
 std::unique_ptr<Database> openDatabase(const std::filesystem::path& folder) {
   std::filesystem::create_directories(folder);
   const CreationLock lock(folder);
-  std::unique_ptr<Database> database = Database::open(folder / databaseFile);
+  std::unique_ptr<Database> database = Database::open(Unit::file(folder));
   const int version = versionOf(*database);
   if (version == 0)
     makeFactoryState(*database);
@@ -125,11 +125,15 @@ std::unique_ptr<Unit> Unit::open(const std::filesystem::path& folder) {
 }
 
 bool Unit::exists(const std::filesystem::path& folder) {
-  return std::filesystem::exists(folder / databaseFile);
+  return std::filesystem::exists(file(folder));
+}
+
+std::filesystem::path Unit::file(const std::filesystem::path& folder) {
+  return folder / databaseFile;
 }
 
 void Unit::remove(const std::filesystem::path& folder) {
-  const std::string database = (folder / databaseFile).string();
+  const std::string database = file(folder).string();
   for (const char* const suffix : {"-wal", "-shm", ""})
     std::filesystem::remove(database + suffix);
   std::filesystem::remove(folder / wireFile);

@@ -48,6 +48,8 @@ public:
   /// std::runtime_error when that can't be done.
   static std::unique_ptr<Unit> open(const std::filesystem::path& folder);
   static bool exists(const std::filesystem::path& folder);
+  /// The SQLite file of a unit in `folder`.
+  static std::filesystem::path file(const std::filesystem::path& folder);
   /// Removes the unit kept in `folder`, and nothing else of the folder. No process may be working on it.
   static void remove(const std::filesystem::path& folder);
 

@@ -1,0 +1,99 @@
+#include "simulator/panel/changes.h"
+
+#include <iterator>
+#include <utility>
+
+#include "simulator/panel/journal_page.h"
+#include "simulator/supervisor_lock.h"
+
+namespace gateway {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Some things change with time alone: a line that trains comes up.
+constexpr auto longestPause = 1s;
+// To read the counts is to move them, so that there would be no end of changes while traffic is on.
+constexpr auto trafficPause = 100ms;
+
+constexpr const char* stateEvent = "state";
+constexpr const char* changeEvent = "change";
+constexpr const char* journalEvent = "journal";
+
+} // namespace
+
+Surroundings surroundingsOf(const std::filesystem::path& folder) {
+  return {.isSupervised = isSupervised(folder)};
+}
+
+std::vector<Changes::Event> Changes::next() {
+  std::vector<Event> events;
+  const bool hadUnit = m_hasUnit;
+  bool isAnother = false;
+  try {
+    isAnother = m_source.read([&](Unit& unit, Life& life) { return look(unit, life, events); });
+    m_hasUnit = true;
+  } catch (const NoUnit&) {
+    m_hasUnit = false;
+    m_generation = 0;
+    addState(stateOfNothing(m_source.folder().string()), events);
+  }
+  if (m_hasUnit && (isAnother || !hadUnit))
+    return {{stateEvent, whole()}};
+  return events;
+}
+
+Json Changes::whole() {
+  Json state = m_state;
+  state["journal"] = jsonOf(m_journal);
+  return state;
+}
+
+/// Returns whether the unit is another one than the last time.
+bool Changes::look(Unit& unit, Life& life, std::vector<Event>& events) {
+  const bool isAnother = m_source.generation() != m_generation;
+  const Database::Version version = unit.database().version();
+  Surroundings surroundings = surroundingsOf(m_source.folder());
+  if (!isAnother && surroundings == m_surroundings && !isDue(version))
+    return false;
+  if (isAnother)
+    m_journal.clear();
+  m_generation = m_source.generation();
+  m_version = version;
+  m_readAt = Clock::now();
+  m_surroundings = std::move(surroundings);
+  life.follow(unit);
+  addState(stateOf(unit, life, m_surroundings), events);
+  addJournal(unit, events);
+  return isAnother;
+}
+
+bool Changes::isDue(Database::Version version) const {
+  const auto pause = Clock::now() - m_readAt;
+  if (version == m_version)
+    return pause >= longestPause;
+  return pause >= trafficPause || !m_state.value("traffic", false);
+}
+
+void Changes::addState(Json state, std::vector<Event>& events) {
+  Json changes = changedSections(m_state, state);
+  m_state = std::move(state);
+  if (!changes.empty())
+    events.push_back({changeEvent, std::move(changes)});
+}
+
+/// Of a flood of rows the newest ones.
+void Changes::addJournal(Unit& unit, std::vector<Event>& events) {
+  const std::int64_t last = m_journal.empty() ? 0 : m_journal.back().id;
+  JournalPage page = journalPage(unit, {.after = last, .limit = journalRows});
+  if (page.rows.empty())
+    return;
+  events.push_back({journalEvent, jsonOf(page.rows)});
+  m_journal.insert(m_journal.end(), std::make_move_iterator(page.rows.begin()),
+                   std::make_move_iterator(page.rows.end()));
+  if (m_journal.size() > journalRows)
+    m_journal.erase(m_journal.begin(), m_journal.end() - journalRows);
+}
+
+} // namespace gateway

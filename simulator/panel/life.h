@@ -1,0 +1,34 @@
+#pragma once
+// What the journal tells about the life of a unit's service.
+
+#include <cstdint>
+#include <string>
+
+namespace gateway {
+
+class Unit;
+
+/// Follows the journal: what it has seen it doesn't read again. One thread at a time.
+class Life {
+public:
+  enum class Stage { dark, booting, up };
+
+  /// Reads what is new in the unit's journal.
+  void follow(Unit& unit);
+
+  Stage stage() const { return m_stage; }
+  const std::string& bootKind() const { return m_bootKind; } ///< of the last boot; empty before the first
+  const std::string& lastEnd() const { return m_lastEnd; }   ///< how the service ended last; empty before that
+  std::int64_t boots() const { return m_boots; }
+
+private:
+  void take(const std::string& kind, const std::string& text);
+
+  std::int64_t m_lastRow = 0;
+  Stage m_stage = Stage::dark;
+  std::string m_bootKind;
+  std::string m_lastEnd;
+  std::int64_t m_boots = 0;
+};
+
+} // namespace gateway
