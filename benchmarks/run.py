@@ -149,7 +149,7 @@ def main():
         root.chmod(0o777)
         unit = scratch / "unit"
 
-        ftm = Server("ftm", [str(build / "simulator/gateway"), "up", "--unit", str(unit)], stack)
+        ftm = Server("ftm", [str(build / "simulator/gateway"), "up", "--no-panel", "--unit", str(unit)], stack)
         atftpd = Server("atftpd", [shutil.which("atftpd"), "--daemon", "--no-fork", "--user", "root.root", "--logfile",
                                    "/dev/null", "--verbose=0", "--bind-address", HOST, str(root)], stack)
         dnsmasq = Server("dnsmasq", [shutil.which("dnsmasq"), "--no-daemon", "--port=0", "--enable-tftp", "--user=root",

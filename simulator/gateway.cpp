@@ -14,6 +14,7 @@
 #include "simulator/drivers/gpio.h"
 #include "simulator/existing_unit.h"
 #include "simulator/faults.h"
+#include "simulator/panel/address.h"
 #include "simulator/panel/command.h"
 #include "simulator/saved_unit.h"
 #include "simulator/shown_text.h"
@@ -35,6 +36,7 @@ struct Options {
   std::string unit;
   std::string service;
   bool isFresh = false;
+  std::string panel = panelAddressDefault;
   bool follows = false;
   std::string kind;
   std::int64_t after = 0;
@@ -138,13 +140,23 @@ void waitUntil(const Options& options, Condition condition) {
   }
 }
 
+SupervisorOptions supervisorOptions(const Options& options) {
+  if (!options.panel.empty())
+    parsePanelAddress(options.panel); // refused before anything is done
+  return {.unit = options.unit, .service = options.service, .isFresh = options.isFresh, .panel = options.panel};
+}
+
 void addUp(CLI::App& app, Options& options, int& status) {
   CLI::App* const up = app.add_subcommand("up", "Run the unit until Ctrl-C");
   addUnitOption(*up, options.unit);
   up->add_flag("--fresh", options.isFresh, "Put the unit back to factory state first");
   up->add_option("--service", options.service, "Program of the service")->default_val(serviceOfThisBuild());
-  up->callback(
-      [&] { status = supervise({.unit = options.unit, .service = options.service, .isFresh = options.isFresh}); });
+  CLI::Option* const panel = up->add_option("--panel", options.panel, "ADDRESS:PORT that the front panel is served at");
+  panel->capture_default_str();
+  up->add_flag_callback(
+        "--no-panel", [&] { options.panel.clear(); }, "Serve no front panel")
+      ->excludes(panel);
+  up->callback([&] { status = supervise(supervisorOptions(options)); });
 }
 
 void addJournal(CLI::App& app, Options& options) {

@@ -15,6 +15,7 @@
 
 #include "simulator/database.h"
 #include "simulator/journal.h"
+#include "simulator/panel/process.h"
 #include "simulator/service_output.h"
 #include "simulator/supervisor_lock.h"
 #include "simulator/unit.h"
@@ -96,11 +97,13 @@ std::int64_t recordBoot(Unit& unit) {
 
 class Supervisor {
 public:
-  Supervisor(Unit& unit, const SupervisorLock& lock, std::filesystem::path service)
-      : m_unit(unit), m_lock(lock), m_service(std::move(service)), m_output(unit.folder()) {}
+  Supervisor(Unit& unit, const SupervisorLock& lock, const SupervisorOptions& options)
+      : m_unit(unit), m_lock(lock), m_service(options.service), m_output(unit.folder()),
+        m_panel(unit.folder(), options.panel, m_output) {}
 
   int run() {
     m_output.say("The unit keeps its state in " + m_unit.folder().string());
+    m_panel.start();
     while (!m_isEnding) {
       boot();
       const int status = serve();
@@ -147,6 +150,7 @@ private:
   int serve() {
     int status = 0;
     while (waitpid(m_child, &status, WNOHANG) == 0) {
+      m_panel.tend();
       if (m_signals.wait(m_isReady ? std::nullopt : std::optional<milliseconds>(readyPoll)))
         endService();
       else if (!m_isReady && hasStarted())
@@ -211,6 +215,7 @@ private:
   const std::filesystem::path m_service;
   const Signals m_signals;
   ServiceOutput m_output;
+  PanelProcess m_panel;
   pid_t m_child = -1;
   std::int64_t m_bootRow = 0;
   bool m_isReady = false;
@@ -233,7 +238,7 @@ int supervise(const SupervisorOptions& options) {
       std::filesystem::remove(options.unit / file);
   }
   const std::unique_ptr<Unit> unit = Unit::open(options.unit);
-  return Supervisor(*unit, lock, options.service).run();
+  return Supervisor(*unit, lock, options).run();
 }
 
 } // namespace gateway

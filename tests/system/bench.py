@@ -85,11 +85,11 @@ class Bench:
 
     # Life.
 
-    def start(self, ready=True):
-        """Starts the unit and, unless told otherwise, waits until it answers."""
+    def start(self, ready=True, panel=None):
+        """Starts the unit and, unless told otherwise, waits until it answers. With the panel at an address, or none."""
         before = self.starts()
         self.process = subprocess.Popen(
-            [GATEWAY, "up", "--unit", str(self.folder)],
+            [GATEWAY, "up", "--unit", str(self.folder), *(["--panel", panel] if panel else ["--no-panel"])],
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
             text=True,
@@ -150,10 +150,17 @@ class Bench:
     # Its processes and state.
 
     def service_pid(self):
-        """Process id of the running service, which is the supervisor's child."""
+        """Process id of the running service, which the supervisor leaves in its lock file."""
+        supervisor, service = (self.folder / "supervisor.lock").read_text().split()
+        assert int(supervisor) == self.process.pid and int(service) > 0
+        return int(service)
+
+    def panel_pid(self):
+        """Process id of the panel: the supervisor's other child."""
         children = Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children").read_text().split()
-        assert len(children) == 1, children
-        return int(children[0])
+        others = {int(child) for child in children} - {self.service_pid()}
+        assert len(others) == 1, others
+        return others.pop()
 
     def kill_service(self):
         os.kill(self.service_pid(), signal.SIGKILL)

@@ -27,7 +27,8 @@ class Supervisor {
 public:
   Supervisor(const std::filesystem::path& folder, const char* behaviour, std::vector<std::string> options = {},
              const char* service = SUPERVISED_SERVICE) {
-    std::vector<std::string> words{GATEWAY_PROGRAM, "up", "--unit", folder.string(), "--service", service};
+    std::vector<std::string> words{GATEWAY_PROGRAM, "up",        "--no-panel", "--unit",
+                                   folder.string(), "--service", service};
     words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
