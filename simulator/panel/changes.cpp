@@ -1,5 +1,6 @@
 #include "simulator/panel/changes.h"
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -17,15 +18,51 @@ constexpr auto longestPause = 1s;
 // To read the counts is to move them, so that there would be no end of changes while traffic is on.
 constexpr auto trafficPause = 100ms;
 
-constexpr const char* stateEvent = "state";
-constexpr const char* changeEvent = "change";
-constexpr const char* journalEvent = "journal";
+std::int64_t wallClockUs() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+Json jsonOf(const Transfer& transfer) {
+  return {{"number", transfer.number},
+          {"station", utf8Of(transfer.station)},
+          {"file", utf8Of(transfer.file)},
+          {"write", transfer.isWrite},
+          {"bytes", transfer.bytes},
+          {"blocks", transfer.blocks},
+          {"repeats", transfer.repeats},
+          {"start", transfer.startUs},
+          {"end", transfer.endUs},
+          {"outcome", outcomeName(transfer.outcome)},
+          {"message", utf8Of(transfer.message)}};
+}
+
+/// The last ones of a list.
+template <class List>
+Json newest(const List& transfers) {
+  const std::size_t left = transfers.size() - std::min(transfers.size(), Changes::transferRecords);
+  Json records = Json::array();
+  for (std::size_t i = left; i < transfers.size(); ++i)
+    records.push_back(jsonOf(transfers[i]));
+  return records;
+}
+
+template <class Lines>
+Json linesOf(const Lines& lines) {
+  Json list = Json::array();
+  for (const std::string& line : lines)
+    list.push_back(utf8Of(line));
+  return list;
+}
 
 } // namespace
 
 Surroundings surroundingsOf(const std::filesystem::path& folder) {
-  return {.isSupervised = isSupervised(folder)};
+  return {.isSupervised = isSupervised(folder), .activeTests = activeTests(folder)};
 }
+
+Changes::Changes(UnitSource& source)
+    : m_source(source), m_output(source.folder()), m_wire(std::make_unique<Wire>(source.folder())) {}
 
 std::vector<Changes::Event> Changes::next() {
   std::vector<Event> events;
@@ -39,14 +76,20 @@ std::vector<Changes::Event> Changes::next() {
     m_generation = 0;
     addState(stateOfNothing(m_source.folder().string()), events);
   }
+  if (isAnother)
+    m_wire = std::make_unique<Wire>(m_source.folder());
+  addOutput(events);
+  addTransfers(events);
   if (m_hasUnit && (isAnother || !hadUnit))
-    return {{stateEvent, whole()}};
+    return {{"state", whole()}};
   return events;
 }
 
-Json Changes::whole() {
+Json Changes::whole() const {
   Json state = m_state;
   state["journal"] = jsonOf(m_journal);
+  state["output"] = linesOf(m_output.newest());
+  state["transfers"] = newest(m_wire->transfers.all());
   return state;
 }
 
@@ -80,7 +123,7 @@ void Changes::addState(Json state, std::vector<Event>& events) {
   Json changes = changedSections(m_state, state);
   m_state = std::move(state);
   if (!changes.empty())
-    events.push_back({changeEvent, std::move(changes)});
+    events.push_back({"change", std::move(changes)});
 }
 
 /// Of a flood of rows the newest ones.
@@ -89,11 +132,27 @@ void Changes::addJournal(Unit& unit, std::vector<Event>& events) {
   JournalPage page = journalPage(unit, {.after = last, .limit = journalRows});
   if (page.rows.empty())
     return;
-  events.push_back({journalEvent, jsonOf(page.rows)});
+  events.push_back({"journal", jsonOf(page.rows)});
   m_journal.insert(m_journal.end(), std::make_move_iterator(page.rows.begin()),
                    std::make_move_iterator(page.rows.end()));
   if (m_journal.size() > journalRows)
     m_journal.erase(m_journal.begin(), m_journal.end() - journalRows);
+}
+
+void Changes::addOutput(std::vector<Event>& events) {
+  if (const std::vector<std::string> lines = m_output.poll(); !lines.empty())
+    events.push_back({"output", linesOf(lines)});
+}
+
+void Changes::addTransfers(std::vector<Event>& events) {
+  Transfers& transfers = m_wire->transfers;
+  for (const Datagram& datagram : m_wire->reader.poll())
+    transfers.add(datagram);
+  transfers.passTime(wallClockUs());
+  if (transfers.revision() == m_wire->revision)
+    return;
+  events.push_back({"transfers", newest(transfers.changedSince(m_wire->revision))});
+  m_wire->revision = transfers.revision();
 }
 
 } // namespace gateway

@@ -13,6 +13,7 @@
 #include "simulator/faults.h"
 #include "simulator/panel/life.h"
 #include "simulator/unit.h"
+#include "simulator/wire_setting.h"
 
 namespace gateway {
 
@@ -145,6 +146,15 @@ Json usbSection(Unit& unit) {
   return list;
 }
 
+Json wireSection(Unit& unit) {
+  const WireSetting wire = wireSetting(unit.database());
+  return {{"loss", wire.loss},
+          {"duplicate", wire.duplicate},
+          {"delay", wire.delayMs},
+          {"jitter", wire.jitterMs},
+          {"seed", wire.seed}};
+}
+
 } // namespace
 
 Json stateOf(Unit& unit, const Life& life, const Surroundings& surroundings) {
@@ -164,6 +174,7 @@ Json stateOf(Unit& unit, const Life& life, const Surroundings& surroundings) {
   state["radio"] = radioSection(unit);
   state["usb"] = usbSection(unit);
   state["faults"] = textsOf(unit.faults().names());
+  state["wire"] = wireSection(unit);
   return state;
 }
 
