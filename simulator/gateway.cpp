@@ -14,6 +14,7 @@
 #include "simulator/drivers/gpio.h"
 #include "simulator/existing_unit.h"
 #include "simulator/faults.h"
+#include "simulator/line_commands.h"
 #include "simulator/panel/address.h"
 #include "simulator/panel/command.h"
 #include "simulator/saved_unit.h"
@@ -233,6 +234,7 @@ int run(int argc, char** argv) {
   addFaultLists(app, options);
   addSaving(app, options);
   addWireCommands(app);
+  addLineCommands(app, serviceOfThisBuild(), status);
   addPanelCommand(app, status);
   try {
     app.parse(argc, argv);
