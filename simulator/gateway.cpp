@@ -17,6 +17,7 @@
 #include "simulator/line_commands.h"
 #include "simulator/panel/address.h"
 #include "simulator/panel/command.h"
+#include "simulator/panel/life.h"
 #include "simulator/saved_unit.h"
 #include "simulator/shown_text.h"
 #include "simulator/status.h"
@@ -114,12 +115,6 @@ void describeFaults() {
     std::printf("%-22s  %s\n", fault.form, fault.effect);
 }
 
-/// Whether the unit's last boot has come to its end.
-bool isReady(Unit& unit) {
-  const auto boots = unit.journal(0, "boot");
-  return !boots.empty() && !unit.journal(boots.back().id, "ready").empty();
-}
-
 bool hasRow(Unit& unit, const Options& options) {
   const auto rows = unit.journal(options.after, options.kind);
   return std::ranges::any_of(rows,
@@ -207,7 +202,7 @@ void addSaving(CLI::App& app, Options& options) {
 void addWait(CLI::App& app, Options& options) {
   CLI::App* const command = app.add_subcommand("wait", "Wait for the unit");
   command->require_subcommand(1);
-  CLI::App* const ready = command->add_subcommand("ready", "Wait until the service is ready after the last boot");
+  CLI::App* const ready = command->add_subcommand("ready", "Wait until the service is ready");
   CLI::App* const row = command->add_subcommand("row", "Wait for a row of the journal");
   for (CLI::App* const kind : {ready, row}) {
     addUnitOption(*kind, options.unit);
@@ -216,7 +211,13 @@ void addWait(CLI::App& app, Options& options) {
   row->add_option("KIND", options.kind)->required();
   row->add_option("TEXT", options.text, "Part of the row's text");
   row->add_option("--after", options.after, "Rows after this number only");
-  ready->callback([&] { waitUntil(options, isReady); });
+  ready->callback([&] {
+    Life life;
+    waitUntil(options, [&](Unit& unit) {
+      life.follow(unit);
+      return life.stage() == Life::Stage::up;
+    });
+  });
   row->callback([&] { waitUntil(options, [&](Unit& unit) { return hasRow(unit, options); }); });
 }
 

@@ -195,6 +195,7 @@ TEST_F(GatewaySupervisor, JournalsHowTheServiceEnded) {
   EXPECT_EQ(rebooted.lineWith("ready"), "ready");
   EXPECT_EQ(rebooted.end(SIGINT), EXIT_SUCCESS);
   EXPECT_THAT(journal("end"), ElementsAre("reboot", "signal 9", "reboot", "signal 15"));
+  EXPECT_NE(command("wait ready --timeout 0 --unit " + folder().string()), 0);
   Supervisor failing(folder(), "never ready");
   EXPECT_EQ(failing.join(), EXIT_FAILURE);
   EXPECT_EQ(journal("end").back(), "status 3");
