@@ -5,7 +5,7 @@ import { duration } from "./transfers.js";
 const shownTransfers = 50;
 const height = 190;
 const margin = { left: 74, right: 14, top: 14, bottom: 40 };
-const decades = [0.1, 1, 10, 100, 1000, 10000, 100000];
+const decades = [0.01, 0.1, 1, 10, 100, 1000, 10000, 100000];
 const gap = 90; // between two labels of the time axis
 
 const place = (value, from, to, start, end) => start + ((value - from) / (to - from)) * (end - start);

@@ -18,6 +18,12 @@ const spacer = () => element("span", { class: "grow" });
 const hexadecimal = (number) => "0x" + Number(number).toString(16).padStart(4, "0");
 const megabits = (bits) => (Number(bits) / 1e6).toLocaleString("en", { maximumFractionDigits: 3 });
 
+/// Shows names in a list, which is left alone when it shows them already: each change of it is read out.
+function showTests(list, names) {
+  const shown = [...list.children].map((item) => item.textContent);
+  if (shown.join() !== names.join()) list.replaceChildren(...names.map((name) => element("li", {}, name)));
+}
+
 function serviceCard(state) {
   const shown = facts("Boot", "Next boot", "Image", "Boot mode", "FTM mode", "Boots", "Last end");
   const tests = element("ul", { class: "chips", id: "active-tests", "aria-live": "polite" });
@@ -29,8 +35,7 @@ function serviceCard(state) {
     shown.set("FTM mode", hexadecimal(unit.ftmMode));
     shown.set("Boots", unit.boots);
     shown.set("Last end", unit.lastEnd || "none yet");
-    const names = unit.activeTests.length > 0 ? unit.activeTests : ["none"];
-    tests.replaceChildren(...names.map((name) => element("li", {}, name)));
+    showTests(tests, unit.activeTests.length > 0 ? unit.activeTests : ["none"]);
   });
   const actions = element(
     "p",

@@ -58,27 +58,32 @@ function faultRow(name) {
 }
 
 function faultsCard(state) {
+  const columns = suggestions("fault-columns", []);
   const form = new FaultForm({ PATH: "fault-paths", NAME: "fault-tables", COLUMN: "fault-columns" });
   const tables = suggestions("fault-tables", []);
-  const columns = suggestions("fault-columns", []);
+  form.choice.addEventListener("change", () => {
+    const isNeeded = form.choice.value.includes("COLUMN") && columns.childElementCount === 0;
+    if (isNeeded) fillColumns(columns).catch((error) => toast(`The columns that there are: ${error.message}`));
+  });
   const list = element("ul", { class: "faults", id: "faults", "aria-live": "polite" });
   const count = element("span", { class: "count" });
   state.watch(["faults"], (faults) => {
     setText(count, faults.length > 0 ? `${faults.length} on` : "none on");
     list.replaceChildren(...faults.map(faultRow));
   });
-  offerFaults(form, tables, columns).catch((error) => toast(`The faults that there are: ${error.message}`));
+  offerFaults(form, tables).catch((error) => toast(`The faults that there are: ${error.message}`));
   return card("Faults", [count], list, form.node, suggestions("fault-paths", paths), tables, columns);
 }
 
-async function offerFaults(form, tables, columns) {
+async function offerFaults(form, tables) {
   form.offer(await ask("/api/faults"));
-  await fillTables(tables, columns);
-}
-
-async function fillTables(tables, columns) {
   const names = await ask("/api/tables");
   tables.replaceChildren(...names.map((value) => element("option", { value })));
+}
+
+/// Suggests the columns of all tables.
+async function fillColumns(columns) {
+  const names = await ask("/api/tables");
   const all = await Promise.all(names.map((name) => ask(`/api/tables/${encodeURIComponent(name)}`)));
   const known = new Set(all.flatMap((table) => table.columns));
   columns.replaceChildren(...[...known].sort().map((value) => element("option", { value })));

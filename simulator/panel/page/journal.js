@@ -12,7 +12,7 @@ const recentRows = 2000;
 const typingPause = 200;
 const knownKinds = [
   "action", "boot", "button", "circuit", "command", "end", "line", "log", "message", "radio", "ready", "reboot",
-  "remove", "request", "reset", "signal", "switch", "usb", "write",
+  "remove", "request", "reset", "signal", "switch", "usb", "wire", "write",
 ];
 
 export class Journal {

@@ -4,6 +4,7 @@ import { ask } from "./actions.js";
 import { byId, element, setText, timeOfDay } from "./dom.js";
 
 const words = { up: "● up", booting: "◐ booting", dark: "○ dark", off: "✕ off", lost: "✕ out of reach" };
+const dimTime = 1200;
 const steps = ["end", "boot", "ready"];
 
 /// The last end, boot and ready among the journal's rows, as far as they belong to one restart.
@@ -68,8 +69,7 @@ export class Life {
 
   /// Starts over, as after a lost connection: finds the last restart, however long ago it was.
   async restart(rows) {
-    this.#heard = [];
-    this.add(rows);
+    this.#heard = rows.filter((row) => steps.includes(row.kind));
     const questions = steps.map((kind) => ask(`/api/journal?kind=${kind}&limit=1`));
     const found = await Promise.all(questions).catch(() => []);
     this.#restart = new Restart();
@@ -77,11 +77,18 @@ export class Life {
     this.add([]);
   }
 
-  /// Takes new rows of the journal.
+  /// Takes new rows of the journal. A boot dims the drawing for a moment, for those who look at nothing else.
   add(rows) {
     this.#heard.push(...rows.filter((row) => steps.includes(row.kind)));
     this.#restart.add(this.#heard);
+    if (rows.some((row) => row.kind === "boot")) this.#dim();
     byId("boot-steps").replaceChildren(...this.#restart.texts().map((text) => element("li", {}, text)));
+  }
+
+  #dim() {
+    if (matchMedia("(prefers-reduced-motion: reduce)").matches) return;
+    for (const drawing of document.querySelectorAll(".drawn"))
+      drawing.animate([{ filter: "brightness(0.45)" }, { filter: "brightness(1)" }], dimTime);
   }
 
   setLost(isLost) {

@@ -7,16 +7,15 @@ const drawnBlocks = 16;
 const outcomes = { running: "… running", done: "✓ done", error: "✗ error", abandoned: "– abandoned" };
 
 const columns = [
-  ["number", "No."],
   ["time", "Time"],
   ["direction", ""],
   ["file", "File"],
-  ["station", "Station"],
   ["blocks", "Blocks"],
   ["bytes", "Bytes"],
   ["repeats", "Repeats"],
   ["duration", "Took"],
   ["outcome", "Outcome"],
+  ["station", "Station"],
 ];
 
 /// Time that a transfer took, in milliseconds.
@@ -64,7 +63,6 @@ class Row {
     this.node.dataset.file = transfer.file;
     this.blocks.show(transfer);
     const texts = {
-      number: transfer.number,
       time: timeOfDay(Math.floor(transfer.start / 1000)),
       direction: transfer.write ? "▲ write" : "▼ read",
       file: onOneLine(transfer.file),
