@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -78,16 +77,15 @@ std::optional<Datagram> datagramIn(const Bytes<sizeof(RingSlot)>& slot, std::uin
                   .bytes = std::string(bytes, length)};
 }
 
-/// The slot is read between two looks at its number: when both show the right one, nobody has written in between.
+/// The slot is read between two looks at its number, each by a system call of its own: when both show the right one,
+/// nobody has written in between.
 std::optional<Datagram> readDatagram(int descriptor, std::uint64_t number) {
   const std::size_t offset = offsetof(RingFile, slots) + slotOf(number) * sizeof(RingSlot);
   if (readValue<std::uint64_t>(descriptor, offset) != number)
     return std::nullopt;
-  std::atomic_thread_fence(std::memory_order_acquire);
   Bytes<sizeof(RingSlot)> slot;
   if (!read(descriptor, offset, slot))
     return std::nullopt;
-  std::atomic_thread_fence(std::memory_order_acquire);
   if (readValue<std::uint64_t>(descriptor, offset) != number)
     return std::nullopt;
   return datagramIn(slot, number);

@@ -96,8 +96,7 @@ std::uint64_t WireRecorder::record(bool toUnit, const sockaddr_in& station, cons
   const std::lock_guard lock(m_mutex);
   const std::uint64_t number = ++m_newest;
   RingSlot& slot = m_ring->slots[slotOf(number)];
-  slot.number.store(0, std::memory_order_relaxed);
-  std::atomic_thread_fence(std::memory_order_release);
+  slot.number.exchange(0, std::memory_order_seq_cst); // nothing of what follows is seen before it
   slot.timeUs = wallClockUs();
   slot.address = station.sin_addr.s_addr;
   slot.port = station.sin_port;
