@@ -9,6 +9,7 @@
 #include "simulator/faults.h"
 #include "simulator/panel/changes.h"
 #include "simulator/panel/journal_page.h"
+#include "simulator/panel/line.h"
 #include "simulator/store/tables.h"
 
 namespace gateway {
@@ -76,6 +77,10 @@ Reply faults(UnitSource&, const Arguments&) {
   return {ok, std::move(forms)};
 }
 
+Reply line(UnitSource& source, const Arguments&) {
+  return {ok, lineOf(source.folder())};
+}
+
 Json contentsOf(Unit& unit, const StoreTable& table) {
   Tables& tables = unit.tables();
   Json columns = Json::array();
@@ -102,8 +107,11 @@ struct Call {
   std::string_view path;
   Reply (*answer)(UnitSource& source, const Arguments& arguments);
 };
-constexpr Call calls[] = {
-    {"/api/state", state}, {"/api/journal", journal}, {"/api/tables", tables}, {"/api/faults", faults}};
+constexpr Call calls[] = {{"/api/state", state},
+                          {"/api/journal", journal},
+                          {"/api/tables", tables},
+                          {"/api/faults", faults},
+                          {"/api/line", line}};
 
 } // namespace
 

@@ -18,6 +18,7 @@
 #include "simulator/panel/journal_page.h"
 #include "simulator/panel/json.h"
 #include "simulator/panel/life.h"
+#include "simulator/panel/line.h"
 #include "simulator/panel/origin.h"
 #include "simulator/panel/output_tail.h"
 #include "simulator/panel/page.h"
@@ -99,6 +100,7 @@ private:
 
 using GatewayPanelWatch = GatewayPanelChanges;
 using GatewayPanelOutput = UnitFolder;
+using GatewayPanelLine = UnitFolder;
 using GatewayPanelAction = UnitFolder;
 
 /// The next event that isn't a sign of life.
@@ -416,6 +418,20 @@ TEST_F(GatewayPanelChanges, AnswersCallsAndKnowsNoOthers) {
   EXPECT_EQ(answerCall(source(), "/api/nothing", {}), std::nullopt);
   for (const char* const limit : {"0", "1001", "-1", "x", "", "1 ", "99999999999999999999"})
     EXPECT_THROW(answerCall(source(), "/api/journal", {{"limit", limit}}), std::invalid_argument) << limit;
+}
+
+TEST_F(GatewayPanelLine, ListsTheUnitsOfALineToEachOfThem) {
+  for (const char* const name : {"unit2", "unit1", "other"})
+    Unit::open(folder() / name);
+  const Json line = lineOf(folder() / "unit1");
+  ASSERT_THAT(line, SizeIs(2));
+  EXPECT_EQ(line[1], Json({{"name", "unit2"},
+                           {"address", ""},
+                           {"folder", (folder() / "unit2").string()},
+                           {"panel", ""},
+                           {"phase", "off"}}));
+  EXPECT_THAT(lineOf(folder() / "other"), IsEmpty());
+  EXPECT_THAT(lineOf(folder() / "nothing" / "unit1"), IsEmpty());
 }
 
 TEST_F(GatewayPanelAction, DoesWhatTheWordsSay) {
