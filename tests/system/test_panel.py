@@ -323,3 +323,9 @@ def test_every_control_has_a_name_and_is_reached_by_keyboard(page):
 def test_output_of_the_service_is_shown(page, bench):
     page.tab("output")
     page.wait_text("#output", "ready")
+
+
+def test_unit_without_a_production_line_says_so(page):
+    page.tab("line-units")
+    page.wait_text("#line-units", "This unit runs by itself")
+    assert page.texts("#line-units tbody tr") == []

@@ -7,7 +7,7 @@ const readTime = 2000;
 /// A link to another unit's panel; anything but a plain web address stays text.
 function panelLink(address) {
   const isWeb = URL.canParse(address) && ["http:", "https:"].includes(new URL(address).protocol);
-  return isWeb ? element("a", { href: address }, address) : address;
+  return isWeb ? element("a", { href: address }, address) : address || "none";
 }
 
 export class LineUnits {
