@@ -19,6 +19,7 @@
 #include "simulator/panel/command.h"
 #include "simulator/panel/life.h"
 #include "simulator/saved_unit.h"
+#include "simulator/scenario/commands.h"
 #include "simulator/shown_text.h"
 #include "simulator/status.h"
 #include "simulator/store/tables.h"
@@ -237,6 +238,7 @@ int run(int argc, char** argv) {
   addWireCommands(app);
   addLineCommands(app, serviceOfThisBuild(), status);
   addPanelCommand(app, status);
+  addScenarioCommands(app, status);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Error& error) {

@@ -1,0 +1,178 @@
+"""Scenarios: every one that comes with the gateway is played, and what a recorded session did is done again by playing
+it."""
+
+import re
+import signal
+import sqlite3
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from bench import GATEWAY, MODEM_INFO, wait_until
+from station import Station
+
+SCENARIOS = Path(__file__).parents[2] / "scenarios"
+
+
+def play(bench, file, check=True):
+    return subprocess.run(
+        [GATEWAY, "play", "--unit", str(bench.folder), str(file)],
+        check=check,
+        capture_output=True,
+        text=True,
+        timeout=200,
+    )
+
+
+def steps(text):
+    """Lines of a scenario that are steps."""
+    return [line for line in text.splitlines() if line and not line.startswith("#")]
+
+
+@pytest.mark.parametrize("file", sorted(SCENARIOS.glob("*.txt")), ids=lambda file: file.stem)
+def test_scenario_of_the_gateway(bench, file):
+    result = play(bench, file, check=False)
+    assert (result.returncode, result.stderr) == (0, "")
+    said = result.stdout.splitlines()
+    assert all(re.match(r" +\d+\.\d{3} s  line \d+ +\S", line) for line in said)
+    assert len(said) >= len(steps(file.read_text()))
+
+
+def test_scenario_ends_at_a_failed_expectation(bench, tmp_path):
+    file = tmp_path / "scenario.txt"
+    file.write_text("for 1min press reset\nread FTM_ModemInfo.xml expect SERIAL_NUM=1\npress wps\n")
+    result = play(bench, file, check=False)
+    assert result.returncode == 1
+    assert result.stderr == f'{file}: line 2: expected SERIAL_NUM=1, but it is "1234"\n'
+    # What was done for a while is taken back, and nothing else is done.
+    assert bench.rows("action") == ["press reset", "release reset"]
+
+
+def test_bad_lines_are_all_reported_before_anything_is_done(bench, tmp_path):
+    file = tmp_path / "scenario.txt"
+    file.write_text("press reset\n\nsideways\nat 1 press wps\n# fine\nexpect led eNoLed on\n")
+    before = bench.state(), bench.journal()
+    result = play(bench, file, check=False)
+    assert (result.returncode, result.stdout) == (1, "")
+    reported = re.findall(r"^(.*):(\d+): .+$", result.stderr, re.MULTILINE)
+    assert reported == [(str(file), number) for number in ("3", "4", "6")]
+    assert (bench.state(), bench.journal()) == before
+
+
+def test_scenario_needs_a_file_an_address_and_a_unit(stopped, tmp_path):
+    file = tmp_path / "scenario.txt"
+    file.write_text("press reset\n")
+    for words, reason in (
+        (["play", str(tmp_path / "none.txt")], "can't be read"),
+        (["play", str(file), "--address", "here"], "no address"),
+        (["play", str(file)], "no unit"),
+        (["record", str(file)], "no unit"),
+    ):
+        result = stopped.gateway(*words, check=False)
+        assert result.returncode == 1
+        assert reason in result.stderr
+
+
+class Recording:
+    """`gateway record` in the background."""
+
+    def __init__(self, bench, file):
+        self.process = subprocess.Popen(
+            [GATEWAY, "record", "--unit", str(bench.folder), str(file)], stdout=subprocess.PIPE, text=True
+        )
+        assert "Ctrl-C" in self.process.stdout.readline()
+
+    def end(self):
+        self.process.send_signal(signal.SIGINT)
+        assert self.process.wait(timeout=60) == 0
+        self.process.stdout.close()
+
+
+def happened(bench, after):
+    """Kinds and texts of what the journal has, in the order of their times: the service's rows come a moment later."""
+    with sqlite3.connect(f"file:{bench.folder}/unit.db?mode=ro", uri=True) as database:
+        rows = database.execute("SELECT kind, text FROM journal WHERE id > ? ORDER BY time_ms, id", (after,)).fetchall()
+    return [(kind, re.sub(r"process \d+|to \d+", "", text)) for kind, text in rows]
+
+
+def fates_of_datagrams(bench):
+    return [line.split()[6] for line in bench.gateway("datagrams").stdout.splitlines()]
+
+
+SESSION = r"""
+press reset
+after 200ms write FTM_ModemInfo.xml text "<MODEM_INFO><SERIAL_NUM>47 \"11\"</SERIAL_NUM></MODEM_INFO>\n"
+after 200ms for 300ms fault on commit
+after 100ms write FTM_ModemInfo.xml text "<MODEM_INFO><SERIAL_NUM>1</SERIAL_NUM></MODEM_INFO>" expect error "Write data failed"
+after 400ms radio ssid "The \"other\" one"
+after 200ms wire seed 1
+after 200ms wire loss 20
+after 200ms wire duplicate 20
+after 200ms read FTM_TestModeCfg.xml
+after 200ms write FTM_TestModeCfg.xml text "<TEST_CONFIG><LED><ALL_LEDS>OFF</ALL_LEDS></LED></TEST_CONFIG>"
+after 200ms wire clear
+after 200ms reboot
+wait ready within 60s
+after 200ms read FTM_ModemInfo.xml
+after 200ms release reset
+"""
+
+
+def test_recorded_session_is_played_to_the_same_journal(bench, tmp_path):
+    session, recorded, saved = tmp_path / "session.txt", tmp_path / "recorded.txt", tmp_path / "saved"
+    session.write_text(SESSION)
+    bench.stop()
+    bench.gateway("save", str(saved))
+    before = bench.last_row()
+
+    def run_with(action):
+        bench.gateway("load", str(saved))
+        bench.start()
+        action()
+        bench.stop()
+        return happened(bench, before)
+
+    def record():
+        recording = Recording(bench, recorded)
+        play(bench, session)
+        recording.end()
+        fates.extend(fates_of_datagrams(bench))
+
+    fates = []
+    first = run_with(record)
+    assert ("wire", "loss 20") in first
+    assert {"passed", "lost", "duplicated"} == set(fates)
+    assert ("write", 'ProductionData 0 SerialNum=47 "11"') in first
+    second = run_with(lambda: play(bench, recorded))
+    assert second == first
+    # The same datagrams met the same fates; the ring goes on from one run of the unit to the next.
+    assert fates_of_datagrams(bench) == fates * 2
+    transfers = [line.split(maxsplit=2)[2] for line in steps(recorded.read_text()) if "FTM_" in line]
+    assert len(transfers) == 5
+
+
+def test_transfers_of_any_station_are_recorded(bench, station, tmp_path):
+    recorded = tmp_path / "recorded.txt"
+    recording = Recording(bench, recorded)
+    station.read(MODEM_INFO)
+    long = b"<MODEM_INFO><SERIAL_NUM>4711</SERIAL_NUM></MODEM_INFO>" + b" " * 3000
+    station.write(MODEM_INFO, long)
+    with Station() as other:
+        other.start_write(MODEM_INFO)  # and no more
+    bench.gateway("press", "wps")
+    recording.end()
+    lines = [re.sub(r"^at \S+ ", "", line) for line in steps(recorded.read_text())]
+    assert lines == [f"read {MODEM_INFO}", f"write {MODEM_INFO} file recorded.txt.1", "press wps"]
+    assert (tmp_path / "recorded.txt.1").read_bytes() == long
+    assert f"write {MODEM_INFO}" in "".join(line for line in recorded.read_text().splitlines() if line.startswith("#"))
+
+
+def test_recording_ends_where_the_unit_does_not_run(bench, tmp_path):
+    bench.stop()
+    recorded = tmp_path / "recorded.txt"
+    recording = Recording(bench, recorded)
+    bench.gateway("press", "wps")
+    wait_until(lambda: bench.rows("action") == ["press wps"], "the action")
+    recording.end()
+    assert [line.split(maxsplit=2)[2] for line in steps(recorded.read_text())] == ["press wps"]
