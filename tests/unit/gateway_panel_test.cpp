@@ -354,6 +354,9 @@ TEST_F(GatewayPanelChanges, TellsChangedSectionsAndNewRows) {
 TEST_F(GatewayPanelChanges, TellsOfAFloodOfRowsTheNewest) {
   Changes changes(source());
   changes.next();
+  unit().record("before", "");
+  unit().journalBook().flush();
+  changes.next();
   const int rows = 3 * static_cast<int>(Changes::journalRows);
   for (int row = 1; row <= rows; ++row)
     unit().record("a", std::to_string(row));
