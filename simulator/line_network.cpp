@@ -51,24 +51,32 @@ int makeNamespace() {
   return made;
 }
 
-/// Runs ip(8) on commands, a line each, in a namespace or, for none, where the process is. Throws std::runtime_error.
-void runIp(const NetworkNamespace* where, const std::string& commands) {
+/// Runs ip(8) on commands, a line each, in a namespace or, for none, where the process is. Returns whether all went
+/// well.
+bool runIp(const NetworkNamespace* where, const std::string& commands, bool isQuiet = false) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0)
     throw systemError("no pipe can be made");
   const pid_t child = fork();
   if (child == 0) {
     dup2(ends[0], STDIN_FILENO);
+    if (isQuiet)
+      dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
     if (where == nullptr || where->enter())
       execlp("ip", "ip", "-batch", "-", nullptr);
     _exit(commandNotRun);
   }
-  close(ends[0]);
+  // The reading end is open here, too: a machine without ip(8) is no broken pipe.
   const bool isWritten = write(ends[1], commands.data(), commands.size()) == static_cast<ssize_t>(commands.size());
+  close(ends[0]);
   close(ends[1]);
   int status = 0;
   waitpid(child, &status, 0);
-  if (!isWritten || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+  return isWritten && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void requireIp(const NetworkNamespace* where, const std::string& commands) {
+  if (!runIp(where, commands))
     throw std::runtime_error("the network of the line can't be made: ip has failed");
 }
 
@@ -153,24 +161,26 @@ std::string LineNetwork::address(int unit) const {
 }
 
 void LineNetwork::connectHost() const {
-  runIp(&m_hub, "link add bridge type bridge\nlink set bridge up\n");
-  runIp(nullptr, "link add " + m_interface + " type veth peer name host netns " + m_hub.path() + "\naddress add " +
-                     m_prefix + std::to_string(hostNumber) + "/24 dev " + m_interface + "\nlink set " + m_interface +
-                     " up\n");
-  runIp(&m_hub, "link set host master bridge up\n");
+  requireIp(&m_hub, "link add bridge type bridge\nlink set bridge up\n");
+  requireIp(nullptr, "link add " + m_interface + " type veth peer name host netns " + m_hub.path() + "\naddress add " +
+                         m_prefix + std::to_string(hostNumber) + "/24 dev " + m_interface + "\nlink set " +
+                         m_interface + " up\n");
+  requireIp(&m_hub, "link set host master bridge up\n");
 }
 
 void LineNetwork::connectUnit(int number) const {
   const std::string port = "port" + std::to_string(number);
-  runIp(&m_hub, "link add " + port + " type veth peer name eth0 netns " + unit(number).path() + "\nlink set " + port +
-                    " master bridge up\n");
+  requireIp(&m_hub, "link add " + port + " type veth peer name eth0 netns " + unit(number).path() + "\nlink set " +
+                        port + " master bridge up\n");
   const NetworkNamespace& own = unit(number);
-  runIp(&own, "link set lo up\naddress add " + address(number) + "/24 dev eth0\nlink set eth0 up\n");
+  requireIp(&own, "link set lo up\naddress add " + address(number) + "/24 dev eth0\nlink set eth0 up\n");
 }
 
 void LineNetwork::removeInterface() const {
-  if (if_nametoindex(m_interface.c_str()) != 0)
-    runIp(nullptr, "link delete " + m_interface + "\n");
+  // The kernel may be about to remove it, too: that of a line whose last process has ended.
+  const auto isThere = [this] { return if_nametoindex(m_interface.c_str()) != 0; };
+  if (isThere() && !runIp(nullptr, "link delete " + m_interface + "\n", true) && isThere())
+    throw std::runtime_error("the interface " + m_interface + " can't be removed");
 }
 
 } // namespace gateway

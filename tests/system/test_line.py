@@ -35,13 +35,15 @@ class Line:
         addresses = {}
         watchdog = threading.Timer(120, self.process.kill)
         watchdog.start()
-        for line in self.process.stdout:
-            if line == "ready\n":
-                watchdog.cancel()
-                return addresses
-            found = re.fullmatch(r"(unit\d+)  ([\d.]+)  serial (\d+)  ready\n", line)
-            assert found, line
-            addresses[found[1]] = found[2]
+        try:
+            for line in self.process.stdout:
+                if line == "ready\n":
+                    return addresses
+                found = re.fullmatch(r"(unit\d+)  ([\d.]+)  serial (\d+)  ready\n", line)
+                assert found, line
+                addresses[found[1]] = found[2]
+        finally:
+            watchdog.cancel()
         raise AssertionError("the line has ended")
 
     def end(self, sign=signal.SIGINT):
