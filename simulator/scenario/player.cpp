@@ -65,10 +65,9 @@ std::optional<std::string> compare(const Step& step, const TransferResult& resul
     return "it ended with the error \"" + result.error + "\"";
   for (const auto& [path, value] : step.values) {
     const std::optional<std::string> text = elementText(result.content, path);
-    if (!text)
-      return "expected " + path + "=" + value + ", but there is no such element";
-    if (*text != value)
-      return "expected " + path + "=" + value + ", but it is \"" + *text + "\"";
+    const std::string found = text ? "it is \"" + *text + "\"" : "there is no such element";
+    if (text != value)
+      return std::string("expected ").append(path).append("=").append(value).append(", but ").append(found);
   }
   return std::nullopt;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -41,7 +42,7 @@ Step::Time timeOf(const std::string& word) {
   const auto* const unit = std::ranges::find(timeUnits, name, &TimeUnit::name);
   if (error != std::errc() || unit == std::end(timeUnits) || !(value >= 0 && value * unit->ms <= longestMs))
     refuse(word + " is no time, such as 200ms, 1.5s or 2min");
-  return Step::Time(static_cast<Step::Time::rep>(value * unit->ms + 0.5));
+  return Step::Time(std::lround(value * unit->ms));
 }
 
 /// How an action is taken back: one of its words is another one.
