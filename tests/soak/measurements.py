@@ -34,6 +34,7 @@ class Measurements:
         self.times[client].append((made, seconds))
 
     def sample(self, made):
+        assert Path(f"/proc/{self.service}").exists(), f"the service has ended after {made} transfers"
         status = self._status(self.service)
         processor = sum(map(int, Path(f"/proc/{self.service}/stat").read_text().rsplit(")", 1)[1].split()[11:13]))
         self.samples.append(
