@@ -26,8 +26,8 @@ struct Datagram {
   std::string bytes;
 };
 
-constexpr const char* wireFile = "wire"; ///< in the unit's folder
-constexpr std::size_t keptDatagrams = 4096;
+constexpr const char* wireFile = "wire";     ///< in the unit's folder
+constexpr std::size_t keptDatagrams = 1024;  ///< they lie in memory of the service, which has to fit a small device
 constexpr std::size_t longestDatagram = 516; ///< bytes of a datagram that are kept
 
 /// Reads the datagrams of a unit, which need not run nor have run. One thread at a time.

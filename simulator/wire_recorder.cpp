@@ -15,10 +15,6 @@ namespace gateway {
 
 namespace {
 
-// The slots lie in memory of the service, whose use of it is that of a small device, only while they are written.
-constexpr std::size_t slotsInMemory = 256;
-static_assert(keptDatagrams % slotsInMemory == 0);
-
 std::int64_t wallClockUs() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -84,11 +80,8 @@ void WireRecorder::findNewest() {
     if (number < numberLimit && slotOf(number) == index)
       m_newest = std::max(m_newest, number);
   }
-  giveMemoryBack(0, keptDatagrams);
-}
-
-void WireRecorder::giveMemoryBack(std::size_t firstSlot, std::size_t count) {
-  madvise(&m_ring->slots[firstSlot], count * sizeof(RingSlot), MADV_DONTNEED); // what was written stays in the file
+  // The service has in its memory only what it writes; what was here stays in the file.
+  madvise(m_ring->slots, sizeof m_ring->slots, MADV_DONTNEED);
 }
 
 std::uint64_t WireRecorder::record(bool toUnit, const sockaddr_in& station, const void* bytes, std::size_t length,
@@ -106,8 +99,6 @@ std::uint64_t WireRecorder::record(bool toUnit, const sockaddr_in& station, cons
   std::memcpy(slot.bytes, bytes, slot.length);
   slot.number.store(number, std::memory_order_release);
   m_ring->header.newest.store(number, std::memory_order_release);
-  if (const std::size_t next = slotOf(number) + 1; next % slotsInMemory == 0)
-    giveMemoryBack(next - slotsInMemory, slotsInMemory);
   return number;
 }
 

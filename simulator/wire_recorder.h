@@ -24,7 +24,7 @@ public:
   WireRecorder(const WireRecorder&) = delete;
   WireRecorder& operator=(const WireRecorder&) = delete;
 
-  /// Returns the datagram's number. Makes no system call but once in hundreds of datagrams. Any thread.
+  /// Returns the datagram's number. Makes no system call. Any thread.
   std::uint64_t record(bool toUnit, const sockaddr_in& station, const void* bytes, std::size_t length, Fate fate);
   /// Corrects the fate of a datagram that has been recorded just now. Any thread.
   void setFate(std::uint64_t number, Fate fate);
@@ -36,7 +36,6 @@ private:
   void makeRing() const;
   void mapRing();
   void findNewest();
-  void giveMemoryBack(std::size_t firstSlot, std::size_t count);
 
   int m_descriptor = -1;
   RingFile* m_ring = nullptr;
