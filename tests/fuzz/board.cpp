@@ -1,5 +1,5 @@
-// A board whose drivers answer with whatever results and records: what the station asks for is served, or refused with
-// a message. Each request takes a result and then its record from the input.
+// A board whose drivers answer with whatever results and records: what the station asks for is served, or refused. Each
+// request takes a result and then its record from the input.
 #include <linux/sockios.h>
 #include <net/if.h>
 

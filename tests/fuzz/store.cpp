@@ -1,6 +1,6 @@
-// A configuration store that answers with whatever sizes and cells: every read of it is served or refused with a
-// message. The first bytes are the sizes of the tables in the order in which they are asked for, the rest are cells,
-// each on a line, that fill them over and over.
+// A configuration store that answers with whatever sizes and cells: every read of it is served or refused. The first
+// bytes are the sizes of the tables in the order in which they are asked for, the rest are cells, each on a line, that
+// fill them over and over.
 #include <cstdlib>
 #include <cstring>
 #include <string>

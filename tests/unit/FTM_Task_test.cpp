@@ -6,6 +6,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <thread>
 
 #include "platform/cfg_api.h"
@@ -688,6 +689,16 @@ TEST_F(StartUpDeathTest, EndsWithStatus255AfterStartingItsThreadsWhenPort69IsTak
   EXPECT_EXIT(startAndEnd(), ExitedWithCode(255),
               AllOf(HasSubstr("step thread ClientAge\nstep thread tftp_task\nstep thread WrLsTask\n"),
                     HasSubstr("log err bind() failed\n"), Not(HasSubstr("/NVRM"))));
+}
+
+TEST_F(StartUpDeathTest, EndsWithStatus255WhereNewFindsNoMemory) {
+  EXPECT_EXIT(
+      {
+        printJournalAtExit();
+        FtmStartUp();
+        std::get_new_handler()();
+      },
+      ExitedWithCode(255), HasSubstr("log err out of memory\n"));
 }
 
 TEST_F(StartUpDeathTest, EndsWithStatus255WhenReceivingFails) {

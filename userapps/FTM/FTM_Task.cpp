@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "platform/board.h"
 #include "userapps/FTM/FTM_Apis.h"
@@ -66,6 +67,12 @@ void startWorkerThreads() {
   }
 }
 
+/// Where `new` finds no memory. Nobody catches an exception here, so the service ends as it does of any fatal error.
+void endWithoutMemory() {
+  std::set_new_handler(nullptr); // the way out may want memory as well
+  DieWithError("out of memory");
+}
+
 void openServerSocket() {
   servSock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   if (servSock < 0)
@@ -90,6 +97,7 @@ void DieWithError(const char* errorMessage) {
 #pragma GCC diagnostic pop
 
 void FtmStartUp() {
+  std::set_new_handler(endWithoutMemory);
   board_syslog(LOG_INFO, "FTM Started\n");
   usAcivityTmr.store(0, std::memory_order_relaxed);
   FtmClear4PortStat();
