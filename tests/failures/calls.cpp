@@ -16,7 +16,7 @@ namespace {
 bool isInService = false;
 std::size_t failing = 0;
 std::size_t counted = 0;
-std::string failedCall; // NOLINT(cert-err58-cpp)
+std::string failedCall;
 
 /// Whether it is this call's turn to fail.
 bool fails(const char* name, const char* what = nullptr) {

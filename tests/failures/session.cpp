@@ -99,7 +99,7 @@ private:
   TftpTaskState m_state;
 };
 
-Station station; // NOLINT(cert-err58-cpp)
+Station station;
 
 void connectStation() {
   sockaddr_in address{};
