@@ -62,7 +62,8 @@ Surroundings surroundingsOf(const std::filesystem::path& folder) {
 }
 
 Changes::Changes(UnitSource& source)
-    : m_source(source), m_output(source.folder()), m_wire(std::make_unique<Wire>(source.folder())) {}
+    : m_source(source), m_output(std::make_unique<OutputTail>(source.folder())),
+      m_wire(std::make_unique<Wire>(source.folder())) {}
 
 std::vector<Changes::Event> Changes::next() {
   std::vector<Event> events;
@@ -76,8 +77,10 @@ std::vector<Changes::Event> Changes::next() {
     m_generation = 0;
     addState(stateOfNothing(m_source.folder().string()), events);
   }
-  if (isAnother)
+  if (isAnother) {
     m_wire = std::make_unique<Wire>(m_source.folder());
+    m_output = std::make_unique<OutputTail>(m_source.folder());
+  }
   addOutput(events);
   addTransfers(events);
   if (m_hasUnit && (isAnother || !hadUnit))
@@ -88,25 +91,25 @@ std::vector<Changes::Event> Changes::next() {
 Json Changes::whole() const {
   Json state = m_state;
   state["journal"] = jsonOf(m_journal);
-  state["output"] = linesOf(m_output.newest());
+  state["output"] = linesOf(m_output->newest());
   state["transfers"] = newest(m_wire->transfers.all());
   return state;
 }
 
 /// Returns whether the unit is another one than the last time.
 bool Changes::look(Unit& unit, Life& life, std::vector<Event>& events) {
-  const bool isAnother = m_source.generation() != m_generation;
   const Database::Version version = unit.database().version();
   Surroundings surroundings = surroundingsOf(m_source.folder());
-  if (!isAnother && surroundings == m_surroundings && !isDue(version))
+  if (life.generation() == m_generation && surroundings == m_surroundings && !isDue(version))
     return false;
+  life.follow(unit);
+  const bool isAnother = life.generation() != m_generation;
   if (isAnother)
     m_journal.clear();
-  m_generation = m_source.generation();
+  m_generation = life.generation();
   m_version = version;
   m_readAt = Clock::now();
   m_surroundings = std::move(surroundings);
-  life.follow(unit);
   addState(stateOf(unit, life, m_surroundings), events);
   addJournal(unit, events);
   return isAnother;
@@ -140,7 +143,7 @@ void Changes::addJournal(Unit& unit, std::vector<Event>& events) {
 }
 
 void Changes::addOutput(std::vector<Event>& events) {
-  if (const std::vector<std::string> lines = m_output.poll(); !lines.empty())
+  if (const std::vector<std::string> lines = m_output->poll(); !lines.empty())
     events.push_back({"output", linesOf(lines)});
 }
 

@@ -63,7 +63,7 @@ private:
   Surroundings m_surroundings;
   Json m_state = Json::object();
   std::vector<JournalRow> m_journal; ///< the newest rows
-  OutputTail m_output;
+  std::unique_ptr<OutputTail> m_output;
   std::unique_ptr<Wire> m_wire;
 };
 

@@ -20,8 +20,7 @@ void UnitSource::open() {
     throw NoUnit("there is no unit in " + m_folder.string());
   m_unit = Unit::open(m_folder);
   m_opened = now; // from before it was opened: one that took its place meanwhile is opened once more
-  m_life = Life();
-  ++m_generation;
+  m_life.beginAnew();
 }
 
 } // namespace gateway

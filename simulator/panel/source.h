@@ -24,8 +24,8 @@ public:
 
   const std::filesystem::path& folder() const { return m_folder; }
 
-  /// Calls `read(unit, life)` on the unit as it is at present; one thread at a time. Throws NoUnit when that can't be
-  /// read.
+  /// Calls `read(unit, life)` on the unit as it is at present, of which `life` may have seen nothing yet; one thread at
+  /// a time. Throws NoUnit when that can't be read.
   template <class Read>
   auto read(Read read) {
     const std::lock_guard lock(m_mutex);
@@ -39,9 +39,6 @@ public:
       throw NoUnit(error.what());
     }
   }
-
-  /// Differs after the unit has been opened anew. To be asked inside of read(), or by the only thread that reads.
-  std::uint64_t generation() const { return m_generation; }
 
 private:
   /// What tells a file from one that has taken its place.
@@ -59,7 +56,6 @@ private:
   FileIdentity m_opened;
   std::unique_ptr<Unit> m_unit;
   Life m_life;
-  std::uint64_t m_generation = 0;
 };
 
 } // namespace gateway

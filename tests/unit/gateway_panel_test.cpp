@@ -24,6 +24,7 @@
 #include "simulator/panel/page.h"
 #include "simulator/panel/state.h"
 #include "simulator/panel/watch.h"
+#include "simulator/saved_unit.h"
 #include "simulator/service_output.h"
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/unit_folder.h"
@@ -166,6 +167,8 @@ TEST(GatewayPanelOrigin, ServesOnlyNamesThatNobodyElseCanPointHere) {
                            {"127.0.0.1.attacker.example", false, false},
                            {"localhost.attacker.example", false, false},
                            {"[::1", false, false},
+                           {"[::1]x", false, false},
+                           {"127.0.0.1:80@attacker.example", false, false},
                            {"2130706433", false, false},
                            {"", false, false},
                            {":8069", false, false}}) {
@@ -401,6 +404,38 @@ TEST_F(GatewayPanelChanges, FindsAUnitThatHasTakenTheOthersPlace) {
   const auto events = changes.next();
   ASSERT_THAT(namesOf(events), ElementsAre("state"));
   EXPECT_EQ(events[0].data["unit"]["serial"], "another");
+}
+
+TEST_F(GatewayPanelChanges, FindsASavedUnitThatHasBeenLoaded) {
+  const std::filesystem::path file = folder() / "saved";
+  unit().record("boot", "normal");
+  saveUnit(unit(), file);
+  for (int row = 0; row < 5; ++row)
+    unit().record("boot", "safe boot");
+  unit().journalBook().flush();
+  Changes changes(source());
+  changes.next();
+  loadUnit(folder(), file);
+  ASSERT_THAT(namesOf(changes.next()), ElementsAre("state"));
+  EXPECT_EQ(changes.whole()["unit"]["boots"], 1);
+  EXPECT_EQ(changes.whole()["unit"]["boot"], "normal");
+  EXPECT_EQ(changes.whole()["journal"].back()["text"], "normal");
+  unit().record("end", "reboot");
+  unit().journalBook().flush();
+  EXPECT_THAT(namesOf(changes.next()), ElementsAre("change unit", "journal"));
+}
+
+TEST_F(GatewayPanelChanges, ForgetsWhatAnotherUnitHasPrinted) {
+  Changes changes(source());
+  append(folder() / outputFile, "old\n");
+  changes.next();
+  Unit::remove(folder());
+  std::filesystem::remove(folder() / outputFile);
+  append(folder() / outputFile, "new\n");
+  Unit::open(folder());
+  const auto events = changes.next();
+  ASSERT_THAT(namesOf(events), ElementsAre("state"));
+  EXPECT_EQ(events[0].data["output"], Json({"new"}));
 }
 
 TEST_F(GatewayPanelChanges, OutlivesAFileThatIsNoUnit) {
