@@ -17,12 +17,19 @@ std::string lowerCase(std::string_view text) {
   return lower;
 }
 
+/// Whether nothing but a port stands behind the name of a host.
+bool isPortOrNothing(std::string_view rest) {
+  return rest.empty() || (rest.starts_with(':') && rest.find_first_not_of("0123456789", 1) == std::string_view::npos);
+}
+
 /// The name or address in a Host header, without port and brackets; empty when there is none.
 std::string hostName(std::string_view host) {
-  if (!host.starts_with('['))
-    return lowerCase(host.substr(0, host.find(':')));
-  const std::size_t end = host.find(']');
-  return end == std::string_view::npos ? std::string() : std::string(host.substr(1, end - 1));
+  const bool hasBrackets = host.starts_with('[');
+  const std::size_t start = hasBrackets ? 1 : 0;
+  const std::size_t end = hasBrackets ? host.find(']') : std::min(host.find(':'), host.size());
+  if (end == std::string_view::npos || !isPortOrNothing(host.substr(end + start)))
+    return {};
+  return lowerCase(host.substr(start, end - start));
 }
 
 std::string machineName() {

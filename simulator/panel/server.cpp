@@ -220,8 +220,11 @@ private:
 
   /// Null when the request is served.
   const char* reasonToRefuse(const Request& request) const {
+    for (const char* const name : {"Host", "Origin", "Sec-Fetch-Site"})
+      if (request.get_header_value_count(name) > 1)
+        return "a header that says who asks is there more than once";
     const std::string host = request.get_header_value("Host");
-    if (request.get_header_value_count("Host") != 1 || !isServedHost(host, m_address.address))
+    if (!isServedHost(host, m_address.address))
       return "the panel isn't served under this name";
     if (request.path.starts_with(callPrefix) &&
         !isSameOrigin(host, request.get_header_value("Origin"), request.get_header_value("Sec-Fetch-Site")))

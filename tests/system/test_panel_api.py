@@ -331,6 +331,8 @@ def test_hostile_requests_leave_the_panel_as_it_was(panel, unit):
         (b"GET /" + b"a" * 9000 + b" HTTP/1.1\r\n" + host + b"\r\n", b" 414 "),
         (b"GET /api/tables/" + b"%00" * 100 + b" HTTP/1.1\r\n" + host + b"\r\n", b" 404 "),
         (b"GET / HTTP/1.1\r\n" + host + host + b"\r\n", b" 403 "),
+        (b"GET /api/state HTTP/1.1\r\n" + host + b"Origin: http://127.0.0.1\r\nOrigin: null\r\n\r\n", b" 403 "),
+        (b"GET /api/state HTTP/1.1\r\n" + host + 2 * b"Sec-Fetch-Site: none\r\n" + b"\r\n", b" 403 "),
         (b"GET / HTTP/1.1\r\n" + host + b"Range: bytes=" + b"0-," * 2500 + b"0-\r\n\r\n", None),
         (b"GET /api/journal?limit=1e9 HTTP/1.1\r\n" + host + b"\r\n", b" 400 "),
         (b"GET /api/journal?limit=0 HTTP/1.1\r\n" + host + b"\r\n", b" 400 "),
