@@ -2,6 +2,8 @@
 import { act } from "./actions.js";
 import { element, setText } from "./dom.js";
 
+const settleTime = 1500; // in which the unit's own value comes, if the text has changed it
+
 /// A card with a title. What stands beside the title goes in `beside`.
 export function card(title, beside, ...children) {
   const id = "card-" + title.toLowerCase().replace(/\W+/g, "-");
@@ -32,9 +34,10 @@ export class Switch {
 }
 
 /// A field that shows a value of the unit and follows it, unless somebody is typing. Enter or leaving the field takes
-/// the text over, Escape gives it up.
+/// the text over, Escape gives it up. What the unit makes of the text is what it shows in the end.
 export class Field {
   #value = "";
+  #told = ""; // what `show` was last given
   #isSending = false;
 
   constructor(label, commit, attributes = {}) {
@@ -48,7 +51,8 @@ export class Field {
 
   show(value) {
     const isTyping = this.#isChanged() && document.activeElement === this.node;
-    this.#value = String(value ?? "");
+    this.#told = String(value ?? "");
+    this.#value = this.#told;
     if (!isTyping) this.#restore();
     this.#mark();
   }
@@ -76,7 +80,10 @@ export class Field {
     if (!this.node.reportValidity()) return;
     this.#isSending = true;
     const wanted = this.node.value;
-    if (await this.commit(wanted)) this.#value = wanted;
+    if (await this.commit(wanted)) {
+      this.#value = wanted;
+      setTimeout(() => this.show(this.#told), settleTime);
+    }
     this.#isSending = false;
     this.#restore();
   }

@@ -12,6 +12,7 @@ function panelLink(address) {
 
 export class LineUnits {
   #isShown = false;
+  #reads = 0; // that are awaited
 
   constructor() {
     this.body = element("tbody");
@@ -21,7 +22,7 @@ export class LineUnits {
     this.table = element("table", { "aria-label": "Units of the line" }, element("thead", {}, head), this.body);
     const region = { class: "scrolled", tabindex: 0, role: "region", "aria-label": "Production line" };
     byId("line-units").append(element("div", region, this.table, this.note));
-    setInterval(() => this.read(), readTime);
+    setInterval(() => this.#reads > 0 || this.read(), readTime);
   }
 
   setShown(isShown) {
@@ -31,10 +32,13 @@ export class LineUnits {
 
   async read() {
     if (!this.#isShown) return;
+    ++this.#reads;
     try {
       this.#show(await ask("/api/line"));
     } catch (error) {
       this.note.textContent = `The units could not be read: ${error.message}`;
+    } finally {
+      --this.#reads;
     }
   }
 

@@ -8,6 +8,7 @@ const readTime = 1000;
 
 export class Tables {
   #isShown = false;
+  #reads = 0; // that are awaited
   #name = "";
   #shape = "";
   #fields = [];
@@ -21,7 +22,7 @@ export class Tables {
     this.place = element("div", region);
     byId("tables").append(element("div", { class: "tools" }, label, this.choice, hint, this.problem), this.place);
     this.choice.addEventListener("change", () => this.read());
-    setInterval(() => this.read(), readTime);
+    setInterval(() => this.#reads > 0 || this.read(), readTime);
   }
 
   setShown(isShown) {
@@ -32,6 +33,7 @@ export class Tables {
   /// Reads the chosen table if it is in sight.
   async read() {
     if (!this.#isShown) return;
+    ++this.#reads;
     try {
       if (this.choice.options.length === 0) await this.#readNames();
       const name = this.choice.value;
@@ -40,6 +42,8 @@ export class Tables {
       setText(this.problem, "");
     } catch (error) {
       setText(this.problem, `The table could not be read: ${error.message}`);
+    } finally {
+      --this.#reads;
     }
   }
 
