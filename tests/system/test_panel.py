@@ -211,6 +211,20 @@ def test_unit_that_is_off_is_said_to_be_off_until_it_is_on(page, bench):
     assert page.text("#banner") is None
 
 
+def test_unit_that_is_gone_is_said_to_be_gone_until_there_is_another(page, bench):
+    bench.stop()
+    page.wait_phase("off")
+    for file in bench.folder.glob("unit.db*"):
+        file.unlink()
+    page.wait_phase("gone")
+    page.wait_text("#banner", "No unit can be read")
+    assert page.run("return document.querySelector('#controls').inert")
+    bench.start()
+    page.wait_phase("up")
+    assert page.text("#banner") is None
+    assert not page.run("return document.querySelector('#controls').inert")
+
+
 def test_panel_that_is_gone_is_said_to_be_gone_until_it_is_back(page, panel, bench):
     panel.stop()
     page.wait_phase("lost")
@@ -308,6 +322,23 @@ def test_wire_is_set_and_cleared(page, patient):
     page.button("Wire", "Clear").click()
     page.wait(lambda: page.value(f"{wire} [aria-label^=Loss]") == "0", "a wire that loses nothing")
     assert patient.read(MODEM_INFO)
+
+
+def test_field_shows_in_the_end_what_the_unit_holds(page, bench):
+    loss = f"{page.card('Wire')} [aria-label^=Loss]"
+    page.fill(loss, "00" + Keys.ENTER)
+    assert page.value(loss) == "00"
+    bench.wait_rows("action", "wire loss 00")
+    page.wait(lambda: page.value(loss) == "0", "the number as the unit has it")
+
+
+def test_narrow_window_shows_the_phase_and_is_not_scrolled_sideways(page):
+    try:
+        page.resize(360, 800)
+        page.wait(lambda: page.run("return document.documentElement.scrollWidth <= innerWidth"), "a page that fits")
+        assert page.run("return document.querySelector('#phase').getBoundingClientRect().right <= innerWidth")
+    finally:
+        page.resize(1440, 900)
 
 
 def test_every_control_has_a_name_and_is_reached_by_keyboard(page):

@@ -261,7 +261,7 @@ function drawSockets(state) {
   place.append(plate.node, power.node, reset, usb.node, ...sockets);
 
   state.watch(["unit"], (unit) => {
-    const isOff = unit.phase === "off";
+    const isOff = unit.phase === "off" || unit.phase === "gone";
     power.show(!isOff, isOff ? "off" : "on", isOff ? "The unit is off" : "The unit has power");
     setText(byId("front-model"), shortened(unit.model));
     plate.show(unit);

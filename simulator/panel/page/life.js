@@ -1,9 +1,9 @@
-// How the unit is: up, booting, dark, off, or out of reach. The last restart is shown step by step, because it may be
+// How the unit is: up, booting, dark, off, gone, or out of reach. The last restart is shown step by step, because it may be
 // over before anybody has looked.
 import { ask } from "./actions.js";
 import { byId, element, setText, timeOfDay } from "./dom.js";
 
-const words = { up: "● up", booting: "◐ booting", dark: "○ dark", off: "✕ off", lost: "✕ out of reach" };
+const words = { up: "● up", booting: "◐ booting", dark: "○ dark", off: "✕ off", gone: "✕ no unit", lost: "✕ out of reach" };
 const dimTime = 1200;
 const steps = ["end", "boot", "ready"];
 
@@ -43,6 +43,8 @@ function bannerText(phase, unit, lostAt) {
   switch (phase) {
     case "lost":
       return `The panel is out of reach since ${timeOfDay(lostAt)}. What is shown below is old. Trying again.`;
+    case "gone":
+      return `No unit can be read in ${unit.folder}. What is shown below is old.`;
     case "off":
       return "The unit is off: no supervisor runs it.";
     case "dark":
@@ -105,7 +107,7 @@ export class Life {
     banner.hidden = text === "";
     banner.dataset.phase = phase;
     setText(banner, text);
-    for (const part of document.querySelectorAll(".live")) part.inert = phase === "lost";
+    for (const part of document.querySelectorAll(".live")) part.inert = phase === "lost" || phase === "gone";
     this.#showIdentity();
   }
 

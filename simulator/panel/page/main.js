@@ -14,7 +14,7 @@ import { Tables } from "./tables.js";
 import { makeTabs } from "./tabs.js";
 import { Transfers } from "./transfers.js";
 
-/// What a unit that is not there yet, or not any more, leaves out.
+/// What is said of a unit that is not there yet, or not any more, in place of what the panel leaves out.
 const noTexts = { model: "", serial: "", mac: "", boot: "", nextBoot: "", image: "", lastEnd: "" };
 const noUnit = { ...noTexts, boots: 0, bootMode: 0, ftmMode: 0, activeTests: [] };
 
@@ -38,7 +38,8 @@ makeTabs((id) => {
 
 const connection = new Connection();
 const on = (kind, take) => connection.addEventListener(kind, (event) => take(event.detail));
-const change = (parts) => state.change("unit" in parts ? { ...parts, unit: { ...noUnit, ...parts.unit } } : parts);
+const whole = (unit) => ("model" in unit ? unit : { ...noUnit, ...unit, phase: "gone" });
+const change = (parts) => state.change("unit" in parts ? { ...parts, unit: whole(parts.unit) } : parts);
 on("state", (all) => {
   const { journal: rows = [], output: lines = [], transfers: known = [], ...parts } = all;
   change(parts);
