@@ -1,7 +1,7 @@
-"""Makes the pictures of the panel for the documents: screenshots.py FOLDER, with GATEWAY in the environment."""
+"""Makes the pictures of the panel for the documents: screenshots.py FOLDER UNIT, with GATEWAY in the environment. The
+unit's folder is seen in the pictures."""
 
 import sys
-import tempfile
 import time
 from pathlib import Path
 
@@ -113,12 +113,11 @@ def take_all(bench, folder):
 def main():
     folder = Path(sys.argv[1])
     folder.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(prefix="bench-") as home:
-        bench = Bench(Path(home) / "unit")
-        try:
-            take_all(bench.start(), folder)
-        finally:
-            bench.stop()
+    bench = Bench(Path(sys.argv[2]))
+    try:
+        take_all(bench.start(), folder)
+    finally:
+        bench.stop()
 
 
 main()
