@@ -10,9 +10,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -35,8 +37,9 @@ using HandlerResponse = httplib::Server::HandlerResponse;
 
 constexpr std::size_t bodyLimit = std::size_t{64} * 1024;
 constexpr std::size_t answeringThreads = 16; // besides one for each connected page
-constexpr time_t silenceSeconds = 2;         // after which a connection that sends nothing is closed
-constexpr time_t writeSeconds = 5;           // after which a page that takes nothing is given up
+constexpr std::size_t waitingConnections = 128;
+constexpr time_t silenceSeconds = 2; // after which a connection that sends nothing is closed
+constexpr time_t writeSeconds = 5;   // after which a page that takes nothing is given up
 constexpr int connectionBacklog = 128;
 constexpr auto feedPause = 500ms;
 
@@ -118,6 +121,26 @@ bool sendNext(Feed& feed, httplib::DataSink& sink) {
   return !feed.isClosed();
 }
 
+/// The threads that answer. While many connections wait for one, no other is accepted: each takes a descriptor, and
+/// with none left the unit's files couldn't be read.
+class AnsweringThreads : public httplib::TaskQueue {
+public:
+  void enqueue(std::function<void()> answer) override {
+    m_places.acquire();
+    m_threads.enqueue([this, answer = std::move(answer)] {
+      answer();
+      m_places.release();
+    });
+  }
+  void shutdown() override { m_threads.shutdown(); }
+
+private:
+  static constexpr std::size_t threads = Watch::pageLimit + answeringThreads;
+
+  std::counting_semaphore<> m_places{threads + waitingConnections};
+  httplib::ThreadPool m_threads{threads};
+};
+
 class PanelServer {
 public:
   PanelServer(const std::filesystem::path& unit, PanelAddress address)
@@ -143,7 +166,7 @@ private:
     m_server.set_read_timeout(silenceSeconds);
     m_server.set_write_timeout(writeSeconds);
     m_server.set_payload_max_length(bodyLimit);
-    m_server.new_task_queue = [] { return new httplib::ThreadPool(Watch::pageLimit + answeringThreads); };
+    m_server.new_task_queue = [] { return new AnsweringThreads; };
   }
 
   void setHandlers() {

@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -17,6 +18,7 @@ SECTIONS = {
     "wire", "journal", "output", "transfers",
 }  # fmt: skip
 PAGES = 16
+FEW_DESCRIPTORS = 256
 
 
 @pytest.fixture
@@ -371,3 +373,24 @@ def test_idle_connections_keep_nobody_out_for_long(panel):
         for _ in range(40):  # more than are answered at a time
             stack.enter_context(socket.create_connection(("127.0.0.1", panel.port), timeout=60))
         assert panel.phase() == "up"
+
+
+def test_a_flood_of_connections_keeps_the_unit_in_sight(panel, unit):
+    """However many there are, the panel has descriptors left to look at the unit with."""
+    process = unit.panel_pid()
+    _, most = resource.prlimit(process, resource.RLIMIT_NOFILE)
+    resource.prlimit(process, resource.RLIMIT_NOFILE, (FEW_DESCRIPTORS, most))
+    with panel.events() as events, contextlib.ExitStack() as stack:
+        assert events.next()[1]["unit"]["phase"] == "up"
+        for _ in range(FEW_DESCRIPTORS + 20):
+            connection = stack.enter_context(socket.socket())
+            connection.setblocking(False)
+            connection.connect_ex(("127.0.0.1", panel.port))
+        for _ in range(3):
+            name, data = events.next()
+            while name != "alive":
+                assert "unit" not in data, data
+                name, data = events.next()
+        assert unit.gateway("press", "reset").returncode == 0
+        events.wait(change_of("buttons"), "change of the buttons")
+    wait_until(lambda: panel.phase() == "up", "answers again")
