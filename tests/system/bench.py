@@ -14,6 +14,8 @@ from pathlib import Path
 
 GATEWAY = os.environ["GATEWAY"]
 SANITIZER = os.environ.get("SANITIZER", "")
+SERVICE = os.environ.get("SERVICE")  # a program in the place of the service, which runs that in its way
+PATIENCE = 300.0 if SERVICE else 30.0  # seconds for what a unit does
 READY = "ready"
 MODEM_INFO = "FTM_ModemInfo.xml"
 TEST_MODE_OP = "FTM_TestModeOp.xml"
@@ -23,7 +25,7 @@ STATISTICS_2 = "FTM_Statistics2.xml"
 PROGRESS = "FTM_Progress.xml"
 FOUR_PORTS = "FTM_Stats_4port.xml"
 
-_REPORT = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|runtime error:|LeakSanitizer")
+_REPORT = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|runtime error:|LeakSanitizer|^==\d+== ")
 _PR_SET_PDEATHSIG = 1
 _libc = ctypes.CDLL(None)
 
@@ -37,7 +39,7 @@ def run(*arguments, check=True):
     return subprocess.run([GATEWAY, *arguments], check=check, capture_output=True, text=True, timeout=60)
 
 
-def wait_until(condition, what, timeout=30.0):
+def wait_until(condition, what, timeout=PATIENCE):
     """Polls for what no descriptor reports, such as the end of somebody else's child."""
     deadline = time.monotonic() + timeout
     while not condition():
@@ -89,7 +91,11 @@ class Bench:
         """Starts the unit and, unless told otherwise, waits until it answers. With the panel at an address, or none."""
         before = self.starts()
         self.process = subprocess.Popen(
-            [GATEWAY, "up", "--unit", str(self.folder), *(["--panel", panel] if panel else ["--no-panel"])],
+            [
+                *[GATEWAY, "up", "--unit", str(self.folder)],
+                *(["--panel", panel] if panel else ["--no-panel"]),
+                *(["--service", SERVICE] if SERVICE else []),
+            ],
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
             text=True,
@@ -128,7 +134,7 @@ class Bench:
 
     # What it prints.
 
-    def _wait_for(self, condition, what, timeout=30.0):
+    def _wait_for(self, condition, what, timeout=PATIENCE):
         with self._changed:
             came = self._changed.wait_for(condition, timeout)
             assert came, f"no {what!r} in\n" + "\n".join(self.output)

@@ -6,7 +6,7 @@ from station import Station
 
 @pytest.fixture
 def stopped(tmp_path):
-    """A unit in factory state that hasn't been started. Whatever it did, no sanitizer may have spoken up."""
+    """A unit in factory state that hasn't been started. Whatever it did, nothing that checks it may have spoken up."""
     bench = Bench(tmp_path / "unit")
     try:
         yield bench
