@@ -5,9 +5,7 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -16,6 +14,7 @@
 #include "simulator/journal.h"
 #include "simulator/supervisor_lock.h"
 #include "simulator/unit.h"
+#include "simulator/whole_file.h"
 
 namespace gateway {
 
@@ -27,7 +26,8 @@ namespace fs = std::filesystem;
 constexpr std::string_view mark = "gateway unit ";
 constexpr const char* headerFormat = "gateway unit version %d, %zu bytes, checksum %016" PRIx64 "\n";
 constexpr const char* fileTable = "CREATE TABLE saved_files (path TEXT, kind TEXT, permissions INTEGER, content TEXT)";
-constexpr const char* unfinished = ".new";
+constexpr const char* newPlace = "new";
+constexpr const char* oldPlace = "old";
 
 // Kinds of files in the order in which they are put back: nothing is ever written through a link.
 constexpr std::string_view folderKind = "1 folder";
@@ -52,35 +52,24 @@ std::string header(int version, std::string_view image) {
   return line;
 }
 
-std::string bytesOf(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream.is_open() || fs::is_directory(file))
-    throw std::runtime_error(file.string() + " can't be read");
-  std::ostringstream bytes;
-  bytes << stream.rdbuf();
-  return std::move(bytes).str();
-}
-
-void writeFile(const fs::path& file, std::string_view bytes) {
-  std::ofstream stream(file, std::ios::binary);
-  stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  stream.close();
-  if (!stream)
-    throw std::runtime_error(file.string() + " can't be written");
-}
-
-/// Removes what was made so far unless all of it came about.
-class Unfinished {
+/// A folder of its own beside what is to be replaced, in which the new one is made. It is removed with what is left in
+/// it; nothing that was there before is touched.
+class Workshop {
 public:
-  explicit Unfinished(fs::path path) : m_path(std::move(path)) { fs::remove_all(m_path); }
-  ~Unfinished() {
+  explicit Workshop(const fs::path& beside) {
+    std::string name = beside.string() + ".XXXXXX";
+    if (mkdtemp(name.data()) == nullptr)
+      throw std::runtime_error(beside.string() + " can't be written");
+    m_path = name;
+  }
+  ~Workshop() {
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
   }
-  Unfinished(const Unfinished&) = delete;
-  Unfinished& operator=(const Unfinished&) = delete;
+  Workshop(const Workshop&) = delete;
+  Workshop& operator=(const Workshop&) = delete;
 
-  const fs::path& path() const { return m_path; }
+  fs::path place(const char* name) const { return m_path / name; }
 
 private:
   fs::path m_path;
@@ -96,7 +85,7 @@ void addFile(Database& image, const fs::path& root, const fs::directory_entry& e
     kind = folderKind;
   } else if (entry.is_regular_file()) {
     kind = regularKind;
-    content = bytesOf(entry.path());
+    content = readWholeFile(entry.path());
   } else {
     return;
   }
@@ -121,21 +110,24 @@ void makeFiles(Database& image, const fs::path& root) {
     }
     if (query.text(1) == folderKind)
       fs::create_directories(path);
+    else if (query.text(1) == regularKind)
+      writeWholeFile(path, query.text(3));
     else
-      writeFile(path, query.text(3));
+      throw std::runtime_error("the file holds a kind of file that no unit has");
   }
 }
 
-/// Once everything is in its place, since a folder may not let anybody write to it.
+/// Once everything is in its place, since a folder may not let anybody write to it. Nothing that a file from somewhere
+/// else brings along may run as the user who loads it.
 void setPermissions(Database& image, const fs::path& root) {
   Query query(image, "SELECT path, permissions FROM saved_files WHERE kind <> ? ORDER BY path DESC", linkKind);
   while (query.next())
-    fs::permissions(below(root, query.text(0)), static_cast<fs::perms>(query.number(1)));
+    fs::permissions(below(root, query.text(0)), static_cast<fs::perms>(query.number(1)) & fs::perms::all);
 }
 
 /// The image that a file holds.
 std::unique_ptr<Database> readImage(const fs::path& file) {
-  const std::string bytes = bytesOf(file);
+  const std::string bytes = readWholeFile(file);
   if (!bytes.starts_with(mark))
     throw std::runtime_error(file.string() + " holds no unit");
   int version = 0;
@@ -154,6 +146,8 @@ std::unique_ptr<Database> readImage(const fs::path& file) {
 } // namespace
 
 void saveUnit(Unit& unit, const fs::path& file) {
+  if (fs::exists(file) && !fs::is_regular_file(file))
+    throw std::runtime_error(file.string() + " is no file that could be replaced");
   unit.journalBook().flush();
   const std::unique_ptr<Database> image = Database::inMemory();
   unit.database().copyTo(*image);
@@ -162,9 +156,9 @@ void saveUnit(Unit& unit, const fs::path& file) {
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root))
     addFile(*image, root, entry);
   const std::string bytes = image->image();
-  const Unfinished saved(file.string() + unfinished);
-  writeFile(saved.path(), header(versionOf(*image), bytes) + bytes);
-  fs::rename(saved.path(), file);
+  const Workshop workshop(file);
+  writeWholeFile(workshop.place(newPlace), header(versionOf(*image), bytes) + bytes);
+  fs::rename(workshop.place(newPlace), file);
 }
 
 void loadUnit(const fs::path& folder, const fs::path& file) {
@@ -175,13 +169,13 @@ void loadUnit(const fs::path& folder, const fs::path& file) {
     throw std::runtime_error("the unit in " + folder.string() + " runs; it can be loaded once it has ended");
   const std::unique_ptr<Unit> unit = Unit::open(folder);
   const fs::path root = unit->gatewayPath("/").parent_path();
-  const Unfinished files(root.string() + unfinished);
-  makeFiles(*image, files.path());
-  setPermissions(*image, files.path());
+  const Workshop workshop(root);
+  makeFiles(*image, workshop.place(newPlace));
+  setPermissions(*image, workshop.place(newPlace));
   image->runScript("DROP TABLE saved_files");
   image->copyTo(unit->database());
-  fs::remove_all(root);
-  fs::rename(files.path(), root);
+  fs::rename(root, workshop.place(oldPlace));
+  fs::rename(workshop.place(newPlace), root);
 }
 
 } // namespace gateway

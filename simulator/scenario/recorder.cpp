@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
-#include <stdexcept>
 
 #include "simulator/database.h"
 #include "simulator/unit.h"
+#include "simulator/whole_file.h"
 #include "simulator/words.h"
 
 namespace gateway {
@@ -34,14 +33,6 @@ std::int64_t lastRowOf(Unit& unit) {
   Query query(unit.database(), "SELECT ifnull(max(id), 0) FROM journal");
   query.next();
   return query.number(0);
-}
-
-void writeFile(const std::filesystem::path& file, const std::string& bytes) {
-  std::ofstream stream(file, std::ios::binary);
-  stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  stream.close();
-  if (!stream)
-    throw std::runtime_error(file.string() + " can't be written");
 }
 
 std::string timeText(std::int64_t us) {
@@ -114,7 +105,7 @@ void Recorder::save(const std::filesystem::path& file) const {
     const std::string time = timeText(std::max<std::int64_t>(event.timeUs - m_startUs, 0));
     text.append(event.step.starts_with('#') ? "# " + time + event.step.substr(2) : time + event.step).append("\n");
   }
-  writeFile(file, text);
+  writeWholeFile(file, text);
 }
 
 std::string Recorder::stepOf(const Transfer& transfer, const std::filesystem::path& file, int& files) const {
@@ -131,7 +122,7 @@ std::string Recorder::stepOf(const Transfer& transfer, const std::filesystem::pa
     const std::string name = file.filename().string() + "." + std::to_string(files + 1);
     files += isLong ? 1 : 0;
     if (isLong)
-      writeFile(file.parent_path() / name, content);
+      writeWholeFile(file.parent_path() / name, content);
     words.insert(words.end(), {isLong ? "file" : "text", isLong ? name : content});
   }
   if (isRefused)

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -11,6 +10,7 @@
 #include "simulator/commands.h"
 #include "simulator/drivers/gpio.h"
 #include "simulator/unit.h"
+#include "simulator/whole_file.h"
 #include "simulator/words.h"
 
 namespace gateway {
@@ -186,7 +186,7 @@ private:
     if (takeIf("text"))
       step.content = take("the text");
     else if (takeIf("file"))
-      step.content = contentOf(take("the file that is sent"));
+      step.content = readWholeFile(m_folder / take("the file that is sent"));
     else
       refuse("\"text\" or \"file\" is missing");
     if (!takeIf("expect"))
@@ -194,16 +194,6 @@ private:
     if (!takeIf("error"))
       refuse("a write can only be expected to end with an error");
     step.error = take("the message");
-  }
-
-  std::string contentOf(const std::string& name) const {
-    const std::filesystem::path path = m_folder / name;
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream.is_open() || std::filesystem::is_directory(path))
-      refuse(name + " can't be read");
-    std::ostringstream bytes;
-    bytes << stream.rdbuf();
-    return std::move(bytes).str();
   }
 
   void takeWait(Step& step) {

@@ -1,11 +1,13 @@
 #include "simulator/saved_unit.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -82,6 +84,32 @@ protected:
 
   void save() const { saveUnit(*Unit::open(unitFolder()), file()); }
 
+  /// Puts other words into the saved file wherever some stand in it, and makes it right again for who reads it.
+  void forge(const std::string& words, const std::string& others) const {
+    std::string image = contentOf(file());
+    image.erase(0, image.find('\n') + 1);
+    ASSERT_EQ(words.size(), others.size());
+    ASSERT_NE(image.find(words), std::string::npos);
+    for (std::size_t at = image.find(words); at != std::string::npos; at = image.find(words))
+      image.replace(at, words.size(), others);
+    std::uint64_t sum = 0xCBF29CE484222325;
+    for (const char byte : image)
+      sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    const std::string version = Unit::inMemory()->database().firstRow("PRAGMA user_version").at(0);
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(sum));
+    write(file(), "gateway unit version " + version + ", " + std::to_string(image.size()) + " bytes, checksum " +
+                      digits + "\n" + image);
+  }
+
+  /// What lies in the folder.
+  std::set<std::string> names() const {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder()))
+      names.insert(entry.path().filename());
+    return names;
+  }
+
   std::string refusal() const {
     try {
       loadUnit(unitFolder(), file());
@@ -147,8 +175,24 @@ TEST_F(GatewaySavedUnit, IsReplacedAsAWhole) {
   handle("4712");
   save();
   EXPECT_NE(contentOf(file()), first);
-  EXPECT_FALSE(fs::exists(file().string() + ".new"));
+  EXPECT_THAT(names(), testing::UnorderedElementsAre("unit", "saved"));
   EXPECT_THROW(saveUnit(*Unit::open(unitFolder()), folder() / "no" / "folder"), std::runtime_error);
+}
+
+TEST_F(GatewaySavedUnit, ReplacesNothingButAFile) {
+  handle("4711");
+  fs::create_directories(folder() / "saved.new");
+  write(folder() / "saved.new" / "note", "kept");
+  save();
+  loadUnit(unitFolder(), file());
+  EXPECT_EQ(contentOf(folder() / "saved.new" / "note"), "kept");
+  EXPECT_THAT(names(), testing::UnorderedElementsAre("unit", "saved", "saved.new"));
+  const auto unit = Unit::open(unitFolder());
+  EXPECT_THROW(saveUnit(*unit, folder() / "saved.new"), std::runtime_error);
+  const fs::path line = folder() / "line";
+  ASSERT_EQ(mkfifo(line.c_str(), 0600), 0);
+  EXPECT_THROW(saveUnit(*unit, line), std::runtime_error);
+  EXPECT_TRUE(fs::is_fifo(line));
 }
 
 TEST_F(GatewaySavedUnit, OfMemoryCanBeSaved) {
@@ -222,22 +266,29 @@ TEST_F(GatewaySavedUnit, IsNotLoadedFromAFileOfAnotherVersion) {
 TEST_F(GatewaySavedUnit, NeverLeadsOutOfItsFolder) {
   handle("4711");
   save();
-  std::string image = contentOf(file());
-  image.erase(0, image.find('\n') + 1);
-  const std::string inside = "NVRM/4711";
-  const std::string outside = "../../out";
-  ASSERT_NE(image.find(inside), std::string::npos);
-  for (std::size_t at = image.find(inside); at != std::string::npos; at = image.find(inside))
-    image.replace(at, inside.size(), outside);
-  std::uint64_t sum = 0xCBF29CE484222325;
-  for (const char byte : image)
-    sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
-  const std::string version = Unit::inMemory()->database().firstRow("PRAGMA user_version").at(0);
-  char digits[32];
-  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(sum));
-  write(file(), "gateway unit version " + version + ", " + std::to_string(image.size()) + " bytes, checksum " + digits +
-                    "\n" + image);
+  forge("NVRM/4711", "../../out");
   EXPECT_EQ(refusal(), "loaded");
   EXPECT_FALSE(fs::exists(folder() / "out"));
   EXPECT_TRUE(fs::exists(Unit::open(unitFolder())->gatewayPath("/out")));
+}
+
+TEST_F(GatewaySavedUnit, HasNoFileOfAKindThatCouldBeWrittenThroughALink) {
+  handle("4711");
+  save();
+  forge("2 file", "4 file");
+  expectRefusal("kind of file");
+}
+
+TEST_F(GatewaySavedUnit, BringsNoFileThatRunsAsTheUserWhoLoadsIt) {
+  const auto file = [this] { return Unit::open(unitFolder())->gatewayPath("/NVRM/program"); };
+  write(file(), "program");
+  fs::permissions(file(), fs::perms::owner_all | fs::perms::set_uid | fs::perms::set_gid);
+  save();
+  loadUnit(unitFolder(), this->file());
+  EXPECT_EQ(fs::status(file()).permissions(), fs::perms::owner_all);
+}
+
+TEST_F(GatewaySavedUnit, IsNotReadFromAFileWithoutEnd) {
+  EXPECT_THROW(loadUnit(unitFolder(), "/dev/zero"), std::runtime_error);
+  EXPECT_FALSE(fs::exists(unitFolder()));
 }
