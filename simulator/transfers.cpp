@@ -199,7 +199,7 @@ void Transfers::change(Transfer& transfer) {
 }
 
 void Transfers::forgetOldest() {
-  if (m_transfers.size() <= kept)
+  if (m_transfers.size() <= m_most)
     return;
   const auto exchange = m_exchanges.find(m_transfers.front().station);
   if (exchange != m_exchanges.end() && exchange->second.transfer == m_transfers.front().number)

@@ -39,9 +39,12 @@ struct Transfer {
 /// Follows the datagrams of one unit.
 class Transfers {
 public:
-  static constexpr std::size_t kept = 1000;
+  static constexpr std::size_t kept = 1000; ///< unless told otherwise
   /// After so long without a datagram both sides have given a transfer up.
   static constexpr std::int64_t silenceUs = 20'000'000;
+
+  /// `most`: how many transfers are kept, the newest ones.
+  explicit Transfers(std::size_t most = kept) : m_most(most) {}
 
   /// Takes the next datagram; they come in the order of their numbers.
   void add(const Datagram& datagram);
@@ -76,6 +79,7 @@ private:
   void change(Transfer& transfer);
   void forgetOldest();
 
+  std::size_t m_most;
   std::deque<Transfer> m_transfers;
   std::map<std::string, Exchange> m_exchanges; ///< by station
   std::uint64_t m_revision = 0;

@@ -6,9 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -17,6 +15,7 @@
 #include "simulator/scenario/player.h"
 #include "simulator/scenario/recorder.h"
 #include "simulator/scenario/scenario.h"
+#include "simulator/whole_file.h"
 
 namespace gateway {
 
@@ -28,16 +27,24 @@ struct Options {
   std::string address = "127.0.0.1";
 };
 
+constexpr timespec noTime{};
 constexpr timespec pollTime{.tv_sec = 0, .tv_nsec = 50'000'000};
 
-std::string textOf(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream.is_open() || std::filesystem::is_directory(file))
-    throw std::runtime_error(file.string() + " can't be read");
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return std::move(text).str();
-}
+/// The signals that ask the program to end. They are blocked from here on, and only looked for.
+class EndSignals {
+public:
+  EndSignals() {
+    sigemptyset(&m_signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+      sigaddset(&m_signals, signal);
+    pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
+  }
+  /// Whether one comes within the time.
+  bool comeWithin(timespec time) const { return sigtimedwait(&m_signals, nullptr, &time) > 0; }
+
+private:
+  sigset_t m_signals{};
+};
 
 void say(const std::string& text) {
   std::printf("%s\n", text.c_str());
@@ -46,14 +53,15 @@ void say(const std::string& text) {
 
 int play(const Options& options) {
   const std::filesystem::path file = options.file;
-  const Scenario scenario = parseScenario(textOf(file), file.parent_path());
+  const Scenario scenario = parseScenario(readWholeFile(file), file.parent_path());
   for (const BadLine& line : scenario.badLines)
     std::fprintf(stderr, "%s:%d: %s\n", file.c_str(), line.line, line.reason.c_str());
   if (!scenario.badLines.empty())
     return EXIT_FAILURE;
   const std::unique_ptr<Network> network = udpNetwork(options.address);
   const std::unique_ptr<Unit> unit = existingUnit(options.unit);
-  const auto failure = Player(*unit, *network, say).play(scenario);
+  const EndSignals ends;
+  const auto failure = Player(*unit, *network, say, [&] { return ends.comeWithin(noTime); }).play(scenario);
   if (failure)
     std::fprintf(stderr, "%s: %s\n", file.c_str(), failure->c_str());
   return failure ? EXIT_FAILURE : EXIT_SUCCESS;
@@ -61,18 +69,14 @@ int play(const Options& options) {
 
 /// Ends at SIGINT, SIGTERM or SIGHUP.
 void record(const Options& options) {
-  sigset_t ends;
-  sigemptyset(&ends);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-    sigaddset(&ends, signal);
-  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+  const EndSignals ends;
   const std::unique_ptr<Unit> unit = existingUnit(options.unit);
   Recorder recorder(*unit);
   recorder.save(options.file); // said now, not after an hour, when it can't be written
   say("Recording until Ctrl-C");
   do
     recorder.poll();
-  while (sigtimedwait(&ends, nullptr, &pollTime) < 0);
+  while (!ends.comeWithin(pollTime));
   recorder.poll();
   recorder.save(options.file);
 }

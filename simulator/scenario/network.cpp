@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 
 constexpr std::uint16_t tftpPort = 69;
 constexpr std::size_t largestDatagram = 65536;
-constexpr Network::Time longestWait = 1h;
+constexpr Network::Time longestWait = 100ms; // so that who waits for long can be interrupted
 
 class Socket {
 public:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -72,40 +73,64 @@ std::optional<std::string> compare(const Step& step, const TransferResult& resul
   return std::nullopt;
 }
 
-/// What the status screen shows behind a label; nothing when the label isn't there.
-std::optional<std::string> statusLine(Unit& unit, const std::string& label) {
+/// What the status screen shows behind a label, of which there may be several; nothing when it isn't there.
+std::vector<std::string> statusLines(Unit& unit, const std::string& label) {
   constexpr std::size_t labelWidth = 12;
-  const std::string screen = statusText(unit);
-  for (std::size_t start = 0; start < screen.size(); start = screen.find('\n', start) + 1) {
-    const std::string line = screen.substr(start, screen.find('\n', start) - start);
+  std::istringstream screen(statusText(unit));
+  std::vector<std::string> texts;
+  for (std::string line; std::getline(screen, line);)
     if (trimmed(line.substr(0, labelWidth)) == label)
-      return line.substr(std::min(labelWidth, line.size()));
-  }
-  return std::nullopt;
+      texts.push_back(line.substr(std::min(labelWidth, line.size())));
+  return texts;
+}
+
+bool isServiceReady(Unit& unit) {
+  return std::ranges::any_of(statusLines(unit, "boot"), [](const auto& text) { return text.ends_with(", ready"); });
+}
+
+/// The texts as they are said to somebody: "a", "b".
+std::string listed(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts)
+    list.append(list.empty() ? "" : ", ").append("\"").append(text).append("\"");
+  return list;
 }
 
 } // namespace
 
-Player::Player(Unit& unit, Network& network, Say say)
-    : m_unit(unit), m_network(network), m_say(std::move(say)), m_waiting(*this), m_client(m_waiting) {}
+Player::Player(Unit& unit, Network& network, Say say, std::function<bool()> isInterrupted)
+    : m_unit(unit), m_network(network), m_say(std::move(say)), m_isInterrupted(std::move(isInterrupted)),
+      m_waiting(*this), m_client(m_waiting) {}
 
 std::optional<std::string> Player::play(const Scenario& scenario) {
   m_start = m_network.now();
   m_stepEnd = m_start;
-  for (const Step& step : scenario.steps) {
-    m_client.idle(startOf(step));
-    takeBackWhatIsDue();
-    if (!m_failure)
-      sayStep(step.line, step.text);
-    std::optional<std::string> failure = m_failure ? std::nullopt : playStep(step);
-    if (failure)
-      m_failure = "line " + std::to_string(step.line) + ": " + *failure;
-    if (m_failure)
-      break;
-    m_stepEnd = m_network.now();
+  try {
+    for (const Step& step : scenario.steps)
+      playInTime(step);
+    waitForTheRest();
+  } catch (const Stopped&) {
+    takeBackTheRest();
   }
-  takeBackTheRest();
   return m_failure;
+}
+
+void Player::playInTime(const Step& step) {
+  m_client.idle(startOf(step));
+  takeBackWhatIsDue();
+  stopAfterFailure();
+  sayStep(step.line, step.text);
+  if (const std::optional<std::string> failure = playStep(step))
+    m_failure = "line " + std::to_string(step.line) + ": " + *failure;
+  stopAfterFailure();
+  m_stepEnd = m_network.now();
+}
+
+void Player::stopAfterFailure() {
+  if (!m_failure && m_isInterrupted())
+    m_failure = "interrupted";
+  if (m_failure)
+    throw Stopped();
 }
 
 Player::Time Player::startOf(const Step& step) const {
@@ -166,7 +191,7 @@ std::optional<std::string> Player::awaitCondition(const Step& step) {
   const Time limit = m_network.now() + step.limit;
   for (;;) {
     const std::optional<std::string> found = difference(step.condition);
-    if (!found || m_failure)
+    if (!found)
       return std::nullopt;
     if (m_network.now() >= limit)
       return step.text + ": " + *found;
@@ -182,8 +207,7 @@ std::optional<std::string> Player::difference(const Condition& condition) {
   case Condition::Kind::row:
     return unless(hasRow(condition.name, condition.text), "the journal has no such row");
   case Condition::Kind::ready:
-    return unless(m_hasActed ? hasRow("ready", "") : statusLine(m_unit, "boot").value_or("").ends_with(", ready"),
-                  "it is not");
+    return unless(m_hasActed ? hasRow("ready", "") : isServiceReady(m_unit), "it is not");
   case Condition::Kind::led: {
     const std::vector<GpioPoint> points = gpioPoints(m_unit.database());
     const bool isOn = std::ranges::any_of(points, [&](const GpioPoint& point) {
@@ -196,9 +220,10 @@ std::optional<std::string> Player::difference(const Condition& condition) {
     return unless(text == condition.text, text ? "it is \"" + *text + "\"" : "there is no such row");
   }
   case Condition::Kind::status: {
-    const auto text = statusLine(m_unit, condition.name);
-    return unless(text && text->find(condition.text) != std::string::npos,
-                  text ? "it is \"" + *text + "\"" : "there is no such line");
+    const std::vector<std::string> texts = statusLines(m_unit, condition.name);
+    const auto holds = [&](const std::string& text) { return text.find(condition.text) != std::string::npos; };
+    return unless(std::ranges::any_of(texts, holds),
+                  texts.empty() ? "there is no such line" : "it is " + listed(texts));
   }
   }
   return std::nullopt;
@@ -217,6 +242,7 @@ std::int64_t Player::lastRow() {
 
 std::optional<Network::Received> Player::Waiting::receive(Time limit) {
   m_player.takeBackWhatIsDue();
+  m_player.stopAfterFailure();
   if (!m_player.m_undos.empty())
     limit = std::min(limit, m_player.m_undos.front().time);
   return m_player.m_network.receive(limit);
@@ -236,14 +262,18 @@ void Player::takeBackWhatIsDue() {
   }
 }
 
-/// At their times; at once after a failure.
-void Player::takeBackTheRest() {
-  for (Undo& undo : m_undos)
-    undo.time = m_failure ? m_start : undo.time;
+void Player::waitForTheRest() {
   while (!m_undos.empty()) {
     m_client.idle(m_undos.front().time);
     takeBackWhatIsDue();
   }
+}
+
+/// At once, whatever their times are.
+void Player::takeBackTheRest() {
+  for (Undo& undo : m_undos)
+    undo.time = m_start;
+  takeBackWhatIsDue();
 }
 
 void Player::sayStep(int line, const std::string& text) {

@@ -20,7 +20,9 @@ public:
   /// `say` gets a line of text for each step when it begins.
   using Say = std::function<void(const std::string& text)>;
 
-  Player(Unit& unit, Network& network, Say say);
+  /// `isInterrupted` is asked again and again while something is waited for; once it says so, the play has failed.
+  Player(
+      Unit& unit, Network& network, Say say, std::function<bool()> isInterrupted = [] { return false; });
 
   /// Plays the steps one after the other, up to the first that fails. Returns why that one did, with the number of its
   /// line; nothing when all went well. What was to be taken back after a while is taken back in either case.
@@ -47,6 +49,11 @@ private:
     Player& m_player;
   };
 
+  /// Thrown when the play has failed and nothing is to be waited for any more.
+  struct Stopped {};
+
+  void playInTime(const Step& step);
+  void stopAfterFailure();
   std::optional<std::string> playStep(const Step& step);
   std::optional<std::string> act(const Step& step);
   std::optional<std::string> expectRefusal(const Step& step);
@@ -58,12 +65,14 @@ private:
   Time startOf(const Step& step) const;
   std::int64_t lastRow();
   void takeBackWhatIsDue();
+  void waitForTheRest();
   void takeBackTheRest();
   void sayStep(int line, const std::string& text);
 
   Unit& m_unit;
   Network& m_network;
   Say m_say;
+  std::function<bool()> m_isInterrupted;
   Waiting m_waiting;
   TftpClient m_client;
   Time m_start{0};

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
@@ -49,10 +50,10 @@ private:
   std::int64_t m_lastRow;
   WireReader m_wire;
   const std::int64_t m_startUs;
-  Transfers m_transfers;
-  std::map<std::uint64_t, Upload> m_uploads; ///< by the number of the transfer
-  std::set<std::uint64_t> m_delivered;       ///< reads whose last block has come to the station
-  std::vector<Event> m_events;               ///< of the journal
+  Transfers m_transfers{std::numeric_limits<std::size_t>::max()}; ///< all of the recording
+  std::map<std::uint64_t, Upload> m_uploads;                      ///< by the number of the transfer
+  std::set<std::uint64_t> m_delivered;                            ///< reads whose last block has come to the station
+  std::vector<Event> m_events;                                    ///< of the journal
 };
 
 } // namespace gateway

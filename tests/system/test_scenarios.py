@@ -3,6 +3,7 @@ it."""
 
 import re
 import signal
+import socket
 import sqlite3
 import subprocess
 from pathlib import Path
@@ -72,6 +73,19 @@ def test_scenario_needs_a_file_an_address_and_a_unit(stopped, tmp_path):
         result = stopped.gateway(*words, check=False)
         assert result.returncode == 1
         assert reason in result.stderr
+
+
+def test_interrupted_scenario_takes_back_what_it_did_for_a_while(bench, tmp_path):
+    file = tmp_path / "scenario.txt"
+    file.write_text("for 10min fault on commit\nafter 10min press reset\n")
+    process = subprocess.Popen(
+        [GATEWAY, "play", "--unit", str(bench.folder), str(file)], stdout=subprocess.PIPE, stderr=subprocess.PIPE
+    )
+    wait_until(lambda: bench.rows("action") == ["fault on commit"], "the fault")
+    process.send_signal(signal.SIGINT)
+    _, errors = process.communicate(timeout=60)
+    assert (process.returncode, errors.decode()) == (1, f"{file}: interrupted\n")
+    assert bench.rows("action") == ["fault on commit", "fault off commit"]
 
 
 class Recording:
@@ -176,3 +190,17 @@ def test_recording_ends_where_the_unit_does_not_run(bench, tmp_path):
     wait_until(lambda: bench.rows("action") == ["press wps"], "the action")
     recording.end()
     assert [line.split(maxsplit=2)[2] for line in steps(recorded.read_text())] == ["press wps"]
+
+
+def test_long_recording_keeps_everything(bench, tmp_path):
+    recorded = tmp_path / "recorded.txt"
+    recording = Recording(bench, recorded)
+    count = 1100  # more than other views of the transfers keep
+    for number in range(count):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as station:
+            station.settimeout(60)
+            station.sendto(b"\0\1none%d.xml\0octet\0" % number, ("127.0.0.1", 69))
+            assert station.recv(516).startswith(b"\0\5")
+    recording.end()
+    lines = [line.split(maxsplit=2)[2] for line in steps(recorded.read_text())]
+    assert lines == [f'read none{number}.xml expect error "File Not Supported"' for number in range(count)]

@@ -258,12 +258,14 @@ protected:
     const Scenario scenario = parseScenario(text, ".");
     for (const BadLine& line : scenario.badLines)
       ADD_FAILURE() << line.line << ": " << line.reason;
-    gateway::Player player(unit(), m_network, [this](const std::string& line) { m_said.push_back(line); });
+    gateway::Player player(
+        unit(), m_network, [this](const std::string& line) { m_said.push_back(line); }, m_isInterrupted);
     return player.play(scenario).value_or("");
   }
 
   FakeNetwork m_network;
   std::vector<std::string> m_said;
+  std::function<bool()> m_isInterrupted = [] { return false; };
 };
 
 } // namespace
@@ -302,6 +304,19 @@ TEST_F(GatewayPlayer, FailsWhereSomethingCannotBeTakenBack) {
   EXPECT_THAT(play("for 2s station join\nradio down\nafter 5s line down"),
               "line 1: station leave: there is no station");
   EXPECT_THAT(journal("action"), ElementsAre("station join", "radio down"));
+  EXPECT_EQ(m_network.now(), 2s); // it doesn't wait for the next step
+}
+
+TEST_F(GatewayPlayer, TakesEverythingBackAtOnceWhenItIsInterrupted) {
+  for (const char* const waiting : {"at 1min press reset", "wait row boot within 1min", "read file", ""}) {
+    const gateway::Network::Time end = m_network.now() + 1s;
+    m_network.events.emplace(end, [] {});
+    m_isInterrupted = [&] { return m_network.now() >= end; };
+    EXPECT_EQ(play(std::string("for 2min fault on commit\nfor 1s usb plug --vendor A --model B\n") + waiting),
+              "interrupted");
+    EXPECT_FALSE(unit().hasFault("commit"));
+    EXPECT_LT(m_network.now(), end + 3s) << waiting;
+  }
 }
 
 TEST_F(GatewayPlayer, FailsAtAnActionThatIsRefused) {
@@ -388,4 +403,7 @@ TEST_F(GatewayPlayer, LooksAtTheStatusScreen) {
   EXPECT_EQ(play("expect status DSL up"), "line 1: expect status DSL up: but there is no such line");
   m_network.events.emplace(m_network.now() + 3s, [] { unit().setFault("commit", true); });
   EXPECT_EQ(play("wait status fault commit"), "");
+  unit().setFault("socket", true);
+  EXPECT_EQ(play("expect status fault commit\nexpect status fault socket"), "");
+  EXPECT_EQ(play("expect status fault spawn"), "line 1: expect status fault spawn: but it is \"commit\", \"socket\"");
 }

@@ -236,6 +236,14 @@ TEST_F(GatewayTransfers, KeepsTheNewest) {
   EXPECT_EQ(transfers().all().front().number, 2001U);
 }
 
+TEST_F(GatewayTransfers, KeepsAsManyAsItIsTold) {
+  Transfers few(2);
+  for (std::uint64_t number = 1; number <= 3; ++number)
+    few.add({number, 0, true, "10.0.0.1:" + std::to_string(number), Fate::passed, readRequest("a")});
+  ASSERT_THAT(few.all(), SizeIs(2));
+  EXPECT_EQ(few.all().front().number, 2U);
+}
+
 TEST_F(GatewayTransfers, StartsOverWithAUnitInFactoryState) {
   for (int count = 0; count < 3; ++count)
     toUnit(readRequest("old"), Fate::passed, "10.0.0.1:" + std::to_string(count));
