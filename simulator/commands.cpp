@@ -29,6 +29,7 @@ namespace gateway {
 namespace {
 
 constexpr const char* endOfOptions = "--";
+constexpr int highestRow = 9999; // all rows before it are made, too
 
 /// What the actions are given; one of them runs, and reads what it has asked for.
 struct Arguments {
@@ -222,7 +223,7 @@ void addSet(Grammar& grammar) {
   command.add_option("TABLE", arguments.table)->required();
   command.add_option("COLUMN", arguments.column)->required();
   command.add_option("VALUE", arguments.text)->required();
-  command.add_option("--row", arguments.row, "Row, counted from 0")->check(CLI::NonNegativeNumber);
+  command.add_option("--row", arguments.row, "Row, counted from 0")->check(CLI::Range(0, highestRow));
 }
 
 void switchFault(Unit& unit, const Arguments& given, bool on) {

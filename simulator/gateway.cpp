@@ -70,7 +70,7 @@ void journal(const Options& options) {
   Database::Version version = unit->database().version();
   std::int64_t last = printJournal(*unit, options.after, options.kind);
   while (options.follows && std::ferror(stdout) == 0) {
-    std::this_thread::sleep_for(pollTime);
+    std::this_thread::sleep_for(pollTime); // the database tells nobody that it has changed; to look at it is cheap
     const Database::Version now = unit->database().version();
     if (now == version)
       continue;
@@ -122,7 +122,8 @@ bool hasRow(Unit& unit, const Options& options) {
                              [&](const JournalRow& row) { return row.text.find(options.text) != std::string::npos; });
 }
 
-/// Waits until a condition of the unit holds; a unit that is not there yet has none.
+/// Waits until a condition of the unit holds; a unit that is not there yet has none. It has to look again and again:
+/// the database tells nobody that it has changed.
 template <class Condition>
 void waitUntil(const Options& options, Condition condition) {
   const auto limit = steady_clock::now() + std::chrono::duration<double>(options.timeout);

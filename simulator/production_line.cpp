@@ -42,7 +42,9 @@ class LineLock {
 public:
   explicit LineLock(const std::filesystem::path& folder)
       : m_descriptor(open((folder / lineLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-    if (m_descriptor >= 0 && flock(m_descriptor, LOCK_EX | LOCK_NB) == 0)
+    if (m_descriptor < 0)
+      throw std::runtime_error("the folder " + folder.string() + " can't be written");
+    if (flock(m_descriptor, LOCK_EX | LOCK_NB) == 0)
       return;
     release();
     throw std::runtime_error("the line in " + folder.string() + " runs already");
@@ -166,7 +168,7 @@ private:
     while (std::filesystem::exists(member.folder) && isSupervised(member.folder)) {
       if (std::chrono::steady_clock::now() >= limit)
         throw std::runtime_error("the unit in " + member.folder.string() + " runs already");
-      std::this_thread::sleep_for(pollTime);
+      std::this_thread::sleep_for(pollTime); // its lock tells nobody that it is free
     }
   }
 

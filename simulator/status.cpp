@@ -9,6 +9,7 @@
 #include "simulator/drivers/gpio.h"
 #include "simulator/drivers/wireless.h"
 #include "simulator/faults.h"
+#include "simulator/shown_text.h"
 #include "simulator/unit.h"
 #include "simulator/wire_setting.h"
 
@@ -24,7 +25,7 @@ public:
   void line(const char* label, const std::string& text) {
     char start[32];
     std::snprintf(start, sizeof start, "%-12s", label);
-    m_text.append(start).append(text).append("\n");
+    m_text.append(start).append(shown(text)).append("\n");
   }
   const std::string& text() const { return m_text; }
 

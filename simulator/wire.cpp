@@ -143,15 +143,17 @@ bool WireReader::isReplaced() const {
 }
 
 std::vector<Datagram> WireReader::poll() {
-  if (m_descriptor >= 0 && isReplaced())
+  if (m_descriptor >= 0 && isReplaced()) { // by that of a unit in factory state, which counts from 1 again
     close();
+    m_last = 0;
+  }
   if (m_descriptor < 0)
     open();
   if (m_descriptor < 0)
     return {};
   const std::uint64_t newest = newestNumber(m_descriptor);
   if (newest < m_last)
-    m_last = 0; // a unit that was put back to factory state counts from 1 again
+    m_last = 0; // a damaged file was made anew
   std::vector<Datagram> datagrams;
   const std::uint64_t oldestKept = newest > keptDatagrams ? newest - keptDatagrams : 0;
   for (std::uint64_t number = std::max(m_last, oldestKept) + 1; number <= newest; ++number)

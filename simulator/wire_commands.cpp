@@ -8,8 +8,10 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "simulator/existing_unit.h"
+#include "simulator/panel/output_tail.h"
 #include "simulator/shown_text.h"
 #include "simulator/transfers.h"
 #include "simulator/wire.h"
@@ -38,7 +40,7 @@ void printAll(const Arguments& given, Print print) {
   print();
   std::fflush(stdout);
   while (given.follows && std::ferror(stdout) == 0) {
-    std::this_thread::sleep_for(pollTime);
+    std::this_thread::sleep_for(pollTime); // a file in the memory of another process tells nobody that it has changed
     print();
     std::fflush(stdout);
   }
@@ -88,6 +90,15 @@ void printTransfers(const Arguments& given) {
   });
 }
 
+void printOutput(const Arguments& given) {
+  OutputTail output(existingFolder(given.unit));
+  printAll(given, [&] {
+    for (std::vector<std::string> lines = output.poll(); !lines.empty(); lines = output.poll())
+      for (const std::string& line : lines)
+        std::printf("%s\n", shown(line).c_str());
+  });
+}
+
 void addCommand(CLI::App& app, const char* name, const char* description, void (*print)(const Arguments&)) {
   CLI::App* const command = app.add_subcommand(name, description);
   const auto given = std::make_shared<Arguments>();
@@ -101,6 +112,7 @@ void addCommand(CLI::App& app, const char* name, const char* description, void (
 void addWireCommands(CLI::App& app) {
   addCommand(app, "transfers", "Show the newest transfers of the unit's stations", printTransfers);
   addCommand(app, "datagrams", "Show the newest datagrams from and to the unit", printDatagrams);
+  addCommand(app, "output", "Show what the service and its supervisor have printed last", printOutput);
 }
 
 } // namespace gateway

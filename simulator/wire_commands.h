@@ -1,5 +1,5 @@
 #pragma once
-// The commands of the gateway program that show what goes over a unit's wire.
+// The commands of the gateway program that show what goes over a unit's wire, and what its service prints.
 
 #include <CLI/App.hpp>
 

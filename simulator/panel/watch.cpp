@@ -60,7 +60,7 @@ void Watch::run() {
       greet(newcomers);
     } catch (const std::exception& error) {
       std::fprintf(stderr, "panel: %s\n", error.what());
-      std::this_thread::sleep_for(alivePause);
+      std::this_thread::sleep_for(alivePause); // the unit can't be read, which may last; it is not said all the time
     }
     lock.lock();
     m_woken.wait_for(lock, pollTime, [this] { return m_isEnding || !m_newcomers.empty(); });

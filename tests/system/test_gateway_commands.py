@@ -383,6 +383,7 @@ REFUSED = [
     "set Nothing SerialNum 1",
     "set ProductionData Nothing 1",
     "set ProductionData SerialNum 1 --row -1",
+    "set ProductionData SerialNum 1 --row 10000",
     "set ProductionData SerialNum",
     "table Nothing",
     "fault on",
@@ -432,12 +433,23 @@ def test_refused_command_of_a_radio_that_is_off_says_so_and_changes_nothing(unto
     untouched.gateway("radio", "up")
 
 
-@pytest.mark.parametrize("line", ["status", "led", "press reset", "line up", "traffic on", "journal", "fault list"])
+@pytest.mark.parametrize("line", ["status", "led", "press reset", "line up", "traffic on", "journal", "output", "fault list"])
 def test_command_needs_a_unit_and_makes_none(stopped, line):
     result = stopped.gateway(*line.split(), check=False)
     assert result.returncode != 0
     assert "no unit" in result.stderr
     assert not stopped.folder.exists()
+
+
+def test_what_the_service_prints_is_shown(bench):
+    printed = bench.gateway("output").stdout.splitlines()
+    assert "ready" in printed
+    assert printed == (bench.folder / "output.log").read_text().splitlines()[: len(printed)]
+
+
+def test_texts_of_the_unit_stay_on_their_line_of_the_status_screen(bench):
+    bench.set("ProductionData", "SerialNum", "\x1b[31m\nboot")
+    assert bench.status()["serial"] == r"\x1b[31m\nboot"
 
 
 def test_second_supervisor_leaves_the_unit_alone(bench):

@@ -150,6 +150,13 @@ def test_unit_that_cannot_start_ends_the_line(line):
     assert line.processes() == []
 
 
+def test_folder_that_cannot_be_locked_is_no_running_line(line):
+    (line.folder / "line.lock").mkdir(parents=True)
+    result = run("line", "1", "--folder", str(line.folder), check=False)
+    assert result.returncode == 1
+    assert "can't be written" in result.stderr
+
+
 def test_words_that_are_no_line_are_refused(line):
     for words in [(), ("0",), ("1000",), ("sideways",), ("status", "--folder", str(line.folder))]:
         assert run("line", *words, check=False).returncode != 0, words

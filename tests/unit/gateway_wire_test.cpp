@@ -203,7 +203,8 @@ TEST_F(GatewayWire, SeesAUnitThatWasPutBackToFactoryState) {
   }
   Unit::remove(folder());
   WireRecorder recorder(folder());
-  record(recorder, "c");
+  for (const char* const bytes : {"c", "d", "e"}) // more than there were before
+    record(recorder, bytes);
   EXPECT_EQ(reader.poll().at(0).bytes, "c");
 }
 
