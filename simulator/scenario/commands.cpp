@@ -28,7 +28,7 @@ struct Options {
 };
 
 constexpr timespec noTime{};
-constexpr timespec pollTime{.tv_sec = 0, .tv_nsec = 50'000'000};
+constexpr timespec pollTime{.tv_sec = 0, .tv_nsec = 10'000'000}; // well before a flood has filled the ring
 
 /// The signals that ask the program to end. They are blocked from here on, and only looked for.
 class EndSignals {
