@@ -102,6 +102,12 @@ void useReal() {
   reset(false);
 }
 
+std::int64_t wallUs() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return nanoseconds(now) / nsPerUs;
+}
+
 std::int64_t nowMs() {
   return nowNs() / nsPerMs;
 }

@@ -13,6 +13,8 @@ void useManual();
 void useReal();
 /// Milliseconds on the clock.
 std::int64_t nowMs();
+/// Microseconds since 1970 on the machine's wall clock, which nothing takes in hand. Any thread.
+std::int64_t wallUs();
 /// Runs `event` on the thread whose waiting takes the manual clock to `ms` (events of one time in the
 /// order given). A wait that an event falls into ends there for a condition variable, and goes on
 /// for a sleep.

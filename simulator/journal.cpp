@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "simulator/clock.h"
 #include "simulator/database.h"
 
 namespace gateway {
@@ -14,11 +15,6 @@ using namespace std::chrono_literals;
 constexpr std::int64_t keptRows = 100'000;
 constexpr std::size_t pendingLimit = 1'000;
 constexpr auto gatheringTime = 20ms;
-
-std::int64_t wallClockMs() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
 
 } // namespace
 
@@ -37,7 +33,7 @@ void Journal::record(std::string_view kind, std::string_view text) {
   std::size_t pending = 0;
   {
     const std::lock_guard lock(m_mutex);
-    m_pending.push_back({0, std::string(kind), std::string(text), wallClockMs()});
+    m_pending.push_back({0, std::string(kind), std::string(text), clock::wallUs() / 1000});
     pending = m_pending.size();
     if (m_writesByItself && !m_writer.joinable())
       m_writer = std::thread([this] { writeNowAndThen(); });
@@ -86,7 +82,7 @@ void Journal::write() {
 }
 
 void Journal::insert(std::string_view kind, std::string_view text) {
-  insert({0, std::string(kind), std::string(text), wallClockMs()});
+  insert({0, std::string(kind), std::string(text), clock::wallUs() / 1000});
 }
 
 void Journal::insert(const JournalRow& row) {

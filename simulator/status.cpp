@@ -11,6 +11,7 @@
 #include "simulator/faults.h"
 #include "simulator/shown_text.h"
 #include "simulator/unit.h"
+#include "simulator/wire.h"
 #include "simulator/wire_setting.h"
 
 namespace gateway {
@@ -53,6 +54,23 @@ std::string bootText(Unit& unit) {
     return "never";
   const bool isReady = !unit.journal(boots.back().id, "ready").empty();
   return boots.back().text + (isReady ? ", ready" : ", not ready");
+}
+
+std::string testsText(const Unit& unit) {
+  std::string names;
+  for (const std::string& test : activeTests(unit.folder()))
+    names.append(names.empty() ? "" : ", ").append(test);
+  return names.empty() ? nothing : names;
+}
+
+void addFlash(Screen& screen, Unit& unit) {
+  Query flash(unit.database(), "SELECT boot_mode, ftm_mode, ftm_version, next_boot FROM flash");
+  if (!flash.next())
+    return;
+  screen.line("boot mode", formatted("0x%llx, FTM mode 0x%llx", static_cast<unsigned long long>(flash.number(0)),
+                                     static_cast<unsigned long long>(flash.number(1))));
+  screen.line("image", std::string(flash.text(2)));
+  screen.line("next boot", std::string(flash.text(3)));
 }
 
 /// Names of the points of a kind that are on.
@@ -99,8 +117,8 @@ void addUsb(Screen& screen, Unit& unit) {
 void addWire(Screen& screen, Unit& unit) {
   const WireSetting wire = wireSetting(unit.database());
   screen.line("wire", wire.isClean() ? "clean"
-                                     : formatted("loss %d %%, duplicates %d %%, delay %d ms, jitter %d ms", wire.loss,
-                                                 wire.duplicate, wire.delayMs, wire.jitterMs));
+                                     : formatted("loss %d %%, duplicates %d %%, delay %d ms, jitter %d ms, seed %u",
+                                                 wire.loss, wire.duplicate, wire.delayMs, wire.jitterMs, wire.seed));
 }
 
 void addFaults(Screen& screen, Unit& unit) {
@@ -120,6 +138,8 @@ std::string statusText(Unit& unit) {
   screen.line("serial", productionCell(unit, "SerialNum"));
   screen.line("MAC", productionCell(unit, "MacAddr"));
   screen.line("boot", bootText(unit));
+  addFlash(screen, unit);
+  screen.line("tests", testsText(unit));
   screen.line("LEDs", isInTestMode(unit.database()) ? "held by the test station" : "driven by the unit");
   screen.line("  lit", pointsOn(points, "led"));
   screen.line("buttons", buttonsText(unit));

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "simulator/clock.h"
 #include "simulator/existing_unit.h"
 #include "simulator/panel/output_tail.h"
 #include "simulator/shown_text.h"
@@ -28,11 +29,6 @@ struct Arguments {
   std::string unit;
   bool follows = false;
 };
-
-std::int64_t wallClockUs() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
 
 /// Prints what `print` finds, again and again where that is asked for, until nobody reads it any more.
 template <class Print>
@@ -80,7 +76,7 @@ void printTransfers(const Arguments& given) {
   printAll(given, [&] {
     for (const Datagram& datagram : reader.poll())
       transfers.add(datagram);
-    transfers.passTime(wallClockUs());
+    transfers.passTime(clock::wallUs());
     for (const Transfer& transfer : transfers.changedSince(revision))
       if (!given.follows || (transfer.outcome != Outcome::running && printed.insert(transfer.number).second))
         printTransfer(transfer);

@@ -6,20 +6,14 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <stdexcept>
 
+#include "simulator/clock.h"
 #include "simulator/wire_ring.h"
 
 namespace gateway {
 
 namespace {
-
-std::int64_t wallClockUs() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1'000;
-}
 
 bool isWholeRing(int descriptor) {
   struct stat status {};
@@ -90,7 +84,7 @@ std::uint64_t WireRecorder::record(bool toUnit, const sockaddr_in& station, cons
   const std::uint64_t number = ++m_newest;
   RingSlot& slot = m_ring->slots[slotOf(number)];
   slot.number.exchange(0, std::memory_order_seq_cst); // nothing of what follows is seen before it
-  slot.timeUs = wallClockUs();
+  slot.timeUs = clock::wallUs();
   slot.address = station.sin_addr.s_addr;
   slot.port = station.sin_port;
   slot.length = static_cast<std::uint16_t>(std::min(length, longestDatagram));

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "simulator/clock.h"
 #include "simulator/panel/journal_page.h"
 #include "simulator/supervisor_lock.h"
 
@@ -17,11 +18,6 @@ using namespace std::chrono_literals;
 constexpr auto longestPause = 1s;
 // To read the counts is to move them, so that there would be no end of changes while traffic is on.
 constexpr auto trafficPause = 100ms;
-
-std::int64_t wallClockUs() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
 
 Json jsonOf(const Transfer& transfer) {
   return {{"number", transfer.number},
@@ -151,7 +147,7 @@ void Changes::addTransfers(std::vector<Event>& events) {
   Transfers& transfers = m_wire->transfers;
   for (const Datagram& datagram : m_wire->reader.poll())
     transfers.add(datagram);
-  transfers.passTime(wallClockUs());
+  transfers.passTime(clock::wallUs());
   if (transfers.revision() == m_wire->revision)
     return;
   events.push_back({"transfers", newest(transfers.changedSince(m_wire->revision))});

@@ -1,9 +1,9 @@
 #include "simulator/scenario/recorder.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 
+#include "simulator/clock.h"
 #include "simulator/database.h"
 #include "simulator/unit.h"
 #include "simulator/whole_file.h"
@@ -19,11 +19,6 @@ constexpr std::size_t blockSize = 512;
 constexpr char dataOpcode = 3;
 constexpr std::string_view unitsMessage = "unit: ";
 constexpr std::string_view bootLimit = "60s";
-
-std::int64_t wallClockUs() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
 
 bool isBlock(const std::string& bytes) {
   return bytes.size() >= headerSize && bytes[0] == 0 && bytes[1] == dataOpcode;
@@ -44,7 +39,8 @@ std::string timeText(std::int64_t us) {
 } // namespace
 
 Recorder::Recorder(Unit& unit)
-    : m_unit(unit), m_lastRow(lastRowOf(unit)), m_wire(unit.folder(), WireReader::fromNow), m_startUs(wallClockUs()) {}
+    : m_unit(unit), m_lastRow(lastRowOf(unit)), m_wire(unit.folder(), WireReader::fromNow), m_startUs(clock::wallUs()) {
+}
 
 void Recorder::poll() {
   takeRows();
@@ -63,9 +59,18 @@ void Recorder::takeRows() {
 
 void Recorder::takeDatagrams() {
   for (const Datagram& datagram : m_wire.poll()) {
+    noteGap(datagram);
     m_transfers.add(datagram);
     takePayload(datagram);
   }
+}
+
+/// What the ring no longer holds can't be recorded. A fresh unit counts from 1 again, which is no gap.
+void Recorder::noteGap(const Datagram& datagram) {
+  if (m_lastDatagram != 0 && datagram.number > m_lastDatagram + 1)
+    m_events.push_back({datagram.timeUs, "# " + std::to_string(datagram.number - m_lastDatagram - 1) +
+                                             " datagrams before this came too fast to be recorded"});
+  m_lastDatagram = datagram.number;
 }
 
 /// A block belongs to the last transfer that its station has begun.

@@ -42,6 +42,7 @@ private:
 
   void takeRows();
   void takeDatagrams();
+  void noteGap(const Datagram& datagram);
   void takePayload(const Datagram& datagram);
   void takeUpload(const Transfer& transfer, const Datagram& datagram);
   std::string stepOf(const Transfer& transfer, const std::filesystem::path& file, int& files) const;
@@ -50,6 +51,7 @@ private:
   std::int64_t m_lastRow;
   WireReader m_wire;
   const std::int64_t m_startUs;
+  std::uint64_t m_lastDatagram = 0; ///< number of the last one that was taken; 0 before the first
   Transfers m_transfers{std::numeric_limits<std::size_t>::max()}; ///< all of the recording
   std::map<std::uint64_t, Upload> m_uploads;                      ///< by the number of the transfer
   std::set<std::uint64_t> m_delivered;                            ///< reads whose last block has come to the station

@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 using Words = std::vector<std::string>;
 
 constexpr Step::Time waitLimit = 10s;
-constexpr Step::Time rowLimit = 2s; // of an expected row: the service writes its rows a moment later
+constexpr Step::Time rowLimit = 10s; // of an expected row: the service writes its rows a moment later
 
 [[noreturn]] void refuse(const std::string& reason) {
   throw std::invalid_argument(reason);

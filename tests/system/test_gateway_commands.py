@@ -447,6 +447,16 @@ def test_what_the_service_prints_is_shown(bench):
     assert printed == (bench.folder / "output.log").read_text().splitlines()[: len(printed)]
 
 
+def test_status_shows_boot_mode_image_and_active_tests(unit):
+    unit.shows(boot="normal, ready", boot_mode="0xffff, FTM mode 0xffff", image="FTM 01.05.06", tests="none")
+    unit.station.write(TEST_MODE_CFG, b"<TEST_CONFIG><LED><ALL_LEDS>OFF</ALL_LEDS></LED></TEST_CONFIG>")
+    unit.shows(tests="LED")
+    unit.bench.change("UPDATE flash SET next_boot = 'safe boot'")
+    unit.shows(next_boot="safe boot")
+    unit.bench.stop()
+    unit.shows(tests="none")
+
+
 def test_texts_of_the_unit_stay_on_their_line_of_the_status_screen(bench):
     bench.set("ProductionData", "SerialNum", "\x1b[31m\nboot")
     assert bench.status()["serial"] == r"\x1b[31m\nboot"

@@ -139,7 +139,7 @@ TEST(GatewayScenario, HoldsConditions) {
   EXPECT_EQ(stepOf("wait ready").limit, 10s);
   EXPECT_EQ(stepOf("wait ready").condition.kind, Condition::Kind::ready);
   EXPECT_EQ(stepOf("expect ready").limit, 0s);
-  EXPECT_EQ(stepOf("expect row boot").limit, 2s);
+  EXPECT_EQ(stepOf("expect row boot").limit, 10s);
   EXPECT_EQ(stepOf("expect led ePowerGrnLed off").condition.text, "off");
   const Step cell = stepOf("expect cell WlanStations Stations 5 --row 1");
   EXPECT_EQ(cell.kind, Step::Kind::expect);
@@ -368,7 +368,7 @@ TEST_F(GatewayPlayer, WaitsForARowSinceTheLastAction) {
             "line 2: wait row log came within 2s: but the journal has no such row");
   EXPECT_EQ(m_network.now(), 5s);
   EXPECT_EQ(play("line up\nexpect row log"), "line 2: expect row log: but the journal has no such row");
-  EXPECT_EQ(m_network.now(), 7s);
+  EXPECT_EQ(m_network.now(), 15s);
 }
 
 TEST_F(GatewayPlayer, WaitsUntilTheServiceIsReady) {
