@@ -16,6 +16,27 @@ using testing::IsEmpty;
 
 namespace {
 
+int lostColumn = -1; ///< of a table that is read; the store then has no cells in it
+
+}
+
+// The linker puts this in front of the store's function.
+int real_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, const char* sourceFile,
+                  const char* function, int line) asm("__real_cl_cfg_getTable");
+int wrap_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, const char* sourceFile,
+                  const char* function, int line) asm("__wrap_cl_cfg_getTable");
+
+int wrap_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, const char* sourceFile,
+                  const char* function, int line) {
+  const int result = real_getTable(session, table, snapshot, sourceFile, function, line);
+  if (result == CFG_ERR_OK && lostColumn >= 0)
+    for (int row = 1; row <= (*snapshot)->nRows; ++row)
+      (*snapshot)->aszCells[row * (*snapshot)->nCols + lostColumn] = nullptr;
+  return result;
+}
+
+namespace {
+
 const std::string sessionLine = "error: failed to start session\n";
 
 // What a process answers before anybody has asked for the channel number.
@@ -177,6 +198,15 @@ TEST_F(Dsl, CircuitThatDoesNotFitIsNone) {
   EXPECT_EQ(circuit(), "1.0." + std::string(longestVci, '3'));
   setCircuits({{"nas0", "0", std::string(longestVci + 1, '3')}});
   EXPECT_EQ(circuit(), "none");
+}
+
+TEST_F(Dsl, CircuitThatLacksAPartIsNone) {
+  for (const int part : {1, 2}) {
+    lostColumn = part;
+    EXPECT_EQ(circuit(), "none") << part;
+  }
+  lostColumn = -1;
+  EXPECT_EQ(circuit(), "1.0.35");
 }
 
 TEST_F(Dsl, CircuitWithoutASessionIsReported) {

@@ -187,6 +187,17 @@ TEST_F(EthernetPorts, RowOfThatIsNotUpOrNotThereIsRefusedUntouched) {
   EXPECT_STREQ(speed, "100");
 }
 
+TEST_F(EthernetPorts, PortThatIsUpWithoutASpeedHasAnEmptyOne) {
+  setPort(0, "up", "100");
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  const TableSnapshot ports(session.get(), "SwitchStat");
+  constexpr int speedColumn = 1;
+  ports.get()->aszCells[ports.get()->nCols + speedColumn] = nullptr;
+  char speed[switchSpeedSize + 1] = "old";
+  EXPECT_EQ(GetSwitchSpeedStng(speed, 0, ports.get()), 0);
+  EXPECT_STREQ(speed, "");
+}
+
 TEST_F(EthernetPorts, WithoutASessionTheSwitchGivesNoSpeed) {
   unit().setFault(sessionFault, true);
   testing::internal::CaptureStderr();

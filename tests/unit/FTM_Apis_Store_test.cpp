@@ -45,6 +45,29 @@ protected:
 
 } // namespace
 
+// Snapshots.
+
+TEST_F(Store, ATableThatCannotBeReadHasNoRowsAndNoCells) {
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  const TableSnapshot none(session.get(), "NoSuchTable");
+  EXPECT_FALSE(none.isRead());
+  EXPECT_EQ(none.rows(), 0);
+  EXPECT_EQ(none.cell(0, 0), nullptr);
+}
+
+TEST_F(Store, ATableHasNoCellsBeyondItsRowsAndColumns) {
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  const TableSnapshot production(session.get(), "ProductionData");
+  ASSERT_EQ(production.rows(), 1);
+  const int columns = production.get()->nCols;
+  EXPECT_NE(production.cell(0, 0), nullptr);
+  EXPECT_NE(production.cell(0, columns - 1), nullptr);
+  EXPECT_EQ(production.cell(0, columns), nullptr);
+  EXPECT_EQ(production.cell(0, -1), nullptr);
+  EXPECT_EQ(production.cell(1, 0), nullptr);
+  EXPECT_EQ(production.cell(-1, 0), nullptr);
+}
+
 // Test flags.
 
 TEST(TestFlags, EveryTestHasItsBitInTheWord) {
@@ -325,12 +348,23 @@ TEST(ConfigurationRecord, TransceiverTextsAreFixed) {
 TEST(ConfigurationRecord, HasTheLayoutThatTheGatewayDeclares) {
   EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::macAddr), 6U);
   EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::modelNum), 16U);
+  EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::serialNum), 16U);
+  EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::date), 8U);
+  EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::revision), 2U);
   EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::e_164), 32U);
   EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::aucFileNameINI), 21U);
-  EXPECT_EQ(sizeof(BOOT_CONFIG_TABLE), 30U);
+  EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::aucVersionINI), 21U);
+  EXPECT_EQ(sizeof(BOOT_CONFIG_TABLE::softwareVersion), 10U);
+  EXPECT_EQ(sizeof(BOOT_CONFIG_TABLE::softwareModel), 10U);
+  EXPECT_EQ(sizeof(BOOT_CONFIG_TABLE::description), 10U);
   EXPECT_EQ(offsetof(M77ModelNumber, overrideFlag), 16U);
+  EXPECT_EQ(sizeof(modem_config::admin_id), 256U);
+  EXPECT_EQ(sizeof(modem_config::admin_pw), 256U);
+  EXPECT_EQ(sizeof(modem_config::web_id), 256U);
+  EXPECT_EQ(sizeof(modem_config::web_pw), 256U);
   EXPECT_EQ(sizeof(modem_config::wanDName), 255U);
   EXPECT_EQ(sizeof(modem_config::autoDetectPortString), 201U);
+  EXPECT_EQ(sizeof(modem_config::iWebFeatureControl), 4 * sizeof(int));
   EXPECT_LT(offsetof(modem_config, enableEthernetWan), offsetof(modem_config, autoDetectPortString));
   EXPECT_LT(offsetof(modem_config, iWebFeatureControl), offsetof(modem_config, checksum));
 }

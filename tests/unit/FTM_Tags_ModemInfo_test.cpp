@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -23,6 +24,8 @@ const std::string fileName = "FTM_ModemInfo.xml";
 // How the serializer behaves.
 enum class Dump { works, fails, fallsShort };
 Dump dump = Dump::works;
+
+std::size_t mostMemory = SIZE_MAX; ///< bytes that can be allocated at once
 
 class ModemInfo : public BenchUnit {
 protected:
@@ -110,6 +113,12 @@ int wrap_DumpToXML(const ST_XML_ELEMENT* element, char* buffer, unsigned long si
   const unsigned long room = dump == Dump::fallsShort ? size - 1 : size;
   const int result = real_DumpToXML(element, buffer, room, written, readable, print, level);
   return dump == Dump::fails ? -1 : result;
+}
+
+extern "C" void* __real_malloc(std::size_t size);
+extern "C" void* __wrap_malloc(std::size_t size);
+extern "C" void* __wrap_malloc(std::size_t size) {
+  return size > mostMemory ? nullptr : __real_malloc(size);
 }
 
 // Reading.
@@ -362,6 +371,14 @@ TEST_F(ModemInfo, TreeThatIsNotWrittenAsMeasuredMakesNoFile) {
     EXPECT_EQ(pOFileMIF, nullptr);
   }
   dump = Dump::works;
+}
+
+TEST_F(ModemInfo, TextThatMemoryLacksRoomForMakesNoFile) {
+  unit().setFault("session", true); // the store needs memory, too
+  mostMemory = 500;                 // enough for every part of the tree
+  EXPECT_EQ(get(), "ERROR 0 Fail to Create Xml File");
+  mostMemory = SIZE_MAX;
+  EXPECT_EQ(pOFileMIF, nullptr);
 }
 
 // Writing.

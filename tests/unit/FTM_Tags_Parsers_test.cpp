@@ -463,6 +463,26 @@ TEST_F(Parsers, MultiHybridWithoutChildrenSetsNoFlag) {
   EXPECT_EQ(unFtmState.usWd, 0);
 }
 
+TEST_F(Parsers, SectionsThatLostTheirChildrenSetNoFlag) {
+  const auto emptied = [this](SlotParser parser) {
+    return [this, parser](ST_XML_ELEMENT* section) {
+      RemoveElements(section, "AUTO_MODE");
+      return parser(section, &slot);
+    };
+  };
+  const char* const section = "<SECTION><AUTO_MODE>OUTER</AUTO_MODE></SECTION>";
+  EXPECT_EQ(parse(section, emptied(FTM_ParseTagAutoPair)), (Outcome{0, "", {}}));
+  EXPECT_EQ(parse(section, emptied(FTM_ParseTagMultiHybrid)), (Outcome{0, "", {}}));
+  EXPECT_EQ(unFtmState.usWd, 0);
+}
+
+TEST_F(Parsers, TransceiverSettingsPassOverOtherChildren) {
+  unit().setCell("XcvrTable", 0, "Psd", "AUTO");
+  EXPECT_EQ(parseWith(FTM_ParseTagPsdSetting, "<PSD_SETTING><MULTI_MODE>ON</MULTI_MODE></PSD_SETTING>"),
+            (Outcome{0, "", {}}));
+  EXPECT_EQ(unit().cell("XcvrTable", 0, "Psd"), "AUTO");
+}
+
 TEST_F(Parsers, PsdSettingStoresItsModes) {
   for (const char* mode : {"AUTO", "ON", "OFF"}) {
     EXPECT_EQ(

@@ -275,6 +275,25 @@ TEST_F(StatisticsFiles, UnknownElementsKeepTheirTexts) {
   EXPECT_EQ(dslText("dsl_state"), "before");
 }
 
+TEST_F(StatisticsFiles, SectionWithoutChildrenStaysWithout) {
+  fillEverything();
+  const XmlTree section(create_sub_xml_element("DSL", 1, 0, nullptr, nullptr, "before"));
+  EXPECT_EQ(XMLS_initDslStatCM(section.get()), 0);
+  EXPECT_EQ(GetElements(section.get()), nullptr);
+  EXPECT_STREQ(GetTextBody(section.get()), "before");
+}
+
+TEST_F(StatisticsFiles, SectionThatTheFileLacksIsLeftOutAndTheOthersAreFilled) {
+  fillEverything();
+  pstFTMStatElmt = CreateFtmStatisticsXml();
+  RemoveElements(GetElement(pstFTMStatElmt, "FTM_STATS"), "ETHERNET");
+  RemoveElements(GetElement(GetElement(pstFTMStatElmt, "FTM_STATS"), "ATM"), "VC_CHAN_NUM");
+  EXPECT_THAT(readStatistics(), testing::Not(testing::HasSubstr("ETHERNET")));
+  EXPECT_EQ(text("ATM/ATM_IN"), coordinates("BcmAtm", 0, 4));
+  EXPECT_EQ(text("ATM/VC_CHAN_NUM"), "no such element");
+  EXPECT_EQ(text("FLASH/WRITE"), coordinates("FlashErr", 0, 1));
+}
+
 TEST_F(StatisticsFiles, LineIsReadyOnlyDuringTheThroughputTest) {
   fillEverything();
   readStatistics();
@@ -634,6 +653,27 @@ TEST_F(FourPortFile, CountsBeforeTheActivityTakeTheLinkForDown) {
   XMLS_Fill_SwEthX_Field(element.get(), 0, table.get());
   EXPECT_EQ(stPortStatCt[0].stStatCt[eETHPACK_RX].iPortState, eDOWN);
   EXPECT_EQ(stPortStatCt[0].stStatCt[eETHPACK_TX].iPortState, eTRANSI_TO_UP);
+}
+
+TEST_F(FourPortFile, PortThatTheFileLacksKeepsItsRow) {
+  setRow(0, {"up", "1", "2"});
+  setRow(1, {"up", "3", "4"});
+  pstFTMStats4pElmt = CreateFtmStats4portXml();
+  RemoveElements(GetElement(pstFTMStats4pElmt, "ETHERNET"), "PORT_1");
+  EXPECT_EQ(read(), 0);
+  EXPECT_EQ(port(1, "ETH_IN"), "no such element");
+  EXPECT_EQ(port(2, "ETH_IN"), "4");
+}
+
+TEST_F(FourPortFile, OtherChildrenOfAPortKeepTheirTexts) {
+  XmlTree element(create_sub_xml_element("PORT_1", 1, 0, nullptr, nullptr, nullptr));
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  const TableSnapshot table(session.get(), "SwitchStat");
+  XMLS_Fill_SwEthX_Field(element.get(), 0, table.get());
+  EXPECT_EQ(GetElements(element.get()), nullptr);
+  AddElement(element.get(), create_sub_xml_element("ETH_ERRORS", 1, 0, nullptr, nullptr, "before"));
+  XMLS_Fill_SwEthX_Field(element.get(), 0, table.get());
+  EXPECT_STREQ(GetElementBody(element.get(), "ETH_ERRORS"), "before");
 }
 
 TEST_F(FourPortFile, AnUnreadableModelIsReportedAndThePortsStartAtTheFirstRow) {

@@ -250,6 +250,12 @@ TEST_F(TestModeCfg, ReadIsServedAlthoughEverySourceFails) {
   EXPECT_EQ(readBack("USB/VENDOR"), "NA");
 }
 
+TEST_F(TestModeCfg, ReadOfATreeWithoutElementsGivesNoFile) {
+  pstTestModeCfgElmt = create_xml_elements(nullptr, create_sub_xml_element("top", 1, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ(TFTP_processGetTestModeCfg(), nullptr);
+  EXPECT_EQ(message(), "Fail to Create Xml File");
+}
+
 TEST_F(TestModeCfg, UpdatersWithoutTheirElementFail) {
   RemoveElements(GetElement(TestModeCfgTree(), "TEST_CONFIG"), "AUTO_PAIR");
   EXPECT_EQ(run(FtmUpdateAutoPair), (Outcome{-1, "Xml File InValid", {}}));

@@ -16,7 +16,8 @@ using testing::IsEmpty;
 
 namespace {
 
-std::vector<const void*> released;       ///< what the service has freed, in order
+/// What the service has freed, in order. Never destroyed: what runs after main() frees memory, too.
+auto& released = *new std::vector<const void*>;
 std::vector<int> resetSwitchTestAtIoctl; ///< whether that test was on at each request to a driver
 
 } // namespace

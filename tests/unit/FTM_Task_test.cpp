@@ -782,6 +782,15 @@ TEST_F(NonEssentialShutdown, IsNotAwaitedWhenTheAnswerIsThere) {
   EXPECT_EQ(gateway::clock::nowMs(), 0);
 }
 
+TEST_F(NonEssentialShutdown, IsAwaitedWithoutASessionToo) {
+  store.failingStep = "session";
+  bNESDShutdownComplete = true;
+  CaptureStderr();
+  EXPECT_NE(waitForNEShutdown(), 0);
+  EXPECT_EQ(GetCapturedStderr(), "error: failed to start session\n");
+  EXPECT_THAT(journal("step"), ElementsAre("session"));
+}
+
 TEST_F(NonEssentialShutdown, ShowsTheAnswerAsTextAndAsNumber) {
   CaptureStdout();
   non_essential_app_shutdown(nullptr, "MMNESD_DONE", "12 applications");

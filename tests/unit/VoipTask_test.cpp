@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -10,11 +11,19 @@
 
 namespace {
 
+constexpr int endOfTask = 42;
+int roundsToEnd; ///< after so many takes of the task's mutex the process ends; 0: never
+
 std::vector<int> handOvers; ///< the command for the task, each time that its mutex was taken and given back
 
 void noteHandOver(const pthread_mutex_t* mutex) {
   if (mutex == &stVoipFtm_Mutex)
     handOvers.push_back(iFtmVoipCmd);
+}
+
+void countRound(const pthread_mutex_t* mutex) {
+  if (mutex == &stVoipFtm_Mutex && roundsToEnd > 0 && --roundsToEnd == 0)
+    std::exit(endOfTask);
 }
 
 } // namespace
@@ -25,6 +34,7 @@ extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
 extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
   const int result = __real_pthread_mutex_lock(mutex);
   noteHandOver(mutex);
+  countRound(mutex);
   return result;
 }
 
@@ -212,6 +222,16 @@ TEST_F(Voip, TheAttributeIsNotLookedAtAfterAFailure) {
   EXPECT_EQ(giReadClear, 0);
 }
 
+TEST_F(Voip, AnEmptyListOfAttributesIsNone) {
+  giReadClear = 1;
+  const XmlTree voip(create_sub_xml_element("VOIP", 0, 0, nullptr, nullptr, nullptr));
+  for (char*** list : {&voip->m_attrnames, &voip->m_attrvalues})
+    *list = static_cast<char**>(std::calloc(1, sizeof(char*)));
+  int slot = 0;
+  EXPECT_EQ(FTM_ParseTagVOIP(voip.get(), &slot), 0);
+  EXPECT_EQ(giReadClear, 1);
+}
+
 TEST_F(Voip, WithoutAnAttributeReadClearStays) {
   giReadClear = 1;
   EXPECT_EQ(parseVoip("<HOOK_1>ON</HOOK_1>"), (Outcome{0, "", {}}));
@@ -270,6 +290,14 @@ TEST_F(Voip, TaskNotesThatItHasRun) {
   EXPECT_EQ(iOnceVoip, 1);
 }
 
+using VoipDeathTest = Voip;
+
+TEST_F(VoipDeathTest, TaskGoesOnForEver) {
+  roundsToEnd = 3;
+  EXPECT_EXIT(VoipTask(nullptr), testing::ExitedWithCode(endOfTask), "");
+  roundsToEnd = 0;
+}
+
 TEST_F(Voip, TheCommandCanBeHandedOverBeforeTheTaskHasEverRun) {
   iOnceVoip = 0;
   EXPECT_EQ(FtmPutVOIP_Decoder(1, eVOIP1_ON), 0);
@@ -289,6 +317,12 @@ TEST_F(Voip, ReadBackWithoutTheElementsFails) {
 
 TEST_F(Voip, ReadBackWithOnlyTheFirstLinesElementFails) {
   addVoipElement("<HOOK_1/><CUT_RELAY_1/><DECODER_1/><DIGIT_RX_1/>");
+  for (int (*update)() : {FtmUpDateVoipHook, FtmUpDateVoipCTRelay, FtmUpDateVoipDecoder, FtmUpDateVoipDigit})
+    EXPECT_EQ(update(), -1);
+}
+
+TEST_F(Voip, ReadBackWithOnlyTheSecondLinesElementFails) {
+  addVoipElement("<HOOK_2/><CUT_RELAY_2/><DECODER_2/><DIGIT_RX_2/>");
   for (int (*update)() : {FtmUpDateVoipHook, FtmUpDateVoipCTRelay, FtmUpDateVoipDecoder, FtmUpDateVoipDigit})
     EXPECT_EQ(update(), -1);
 }

@@ -263,6 +263,16 @@ TEST_F(Radio, MacAddressAloneIsRead) {
   EXPECT_STREQ(unread, "old");
 }
 
+TEST_F(Radio, MacAddressAloneOfAMissingRadioIsNone) {
+  unit().setFault("radio", true);
+  char mac[radioMacTextSize] = "old";
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(WLinfo(m_session.get(), mac), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), missingMessage);
+  EXPECT_THAT(journal("log"), ElementsAre(missingLog));
+  EXPECT_STREQ(mac, "old");
+}
+
 TEST_F(Radio, SsidAloneIsPrintedTwice) {
   char ssid[radioSsidTextSize] = "old";
   testing::internal::CaptureStdout();

@@ -157,6 +157,16 @@ TEST_F(WirelessTest, AnEmptyElementSetsTheTestBitAndLeavesTheRequest) {
   EXPECT_STREQ(stWlFtm.cSSIDinFtm, "waiting");
 }
 
+TEST_F(WirelessTest, AnElementThatLostItsChildrenLeavesTheRequest) {
+  std::string document = "<BCOM_WIRELESS><SSID>bench</SSID></BCOM_WIRELESS>";
+  const XmlTree tree(create_xml_object(document.data()));
+  ST_XML_ELEMENT* element = GetElement(tree.get(), "BCOM_WIRELESS");
+  RemoveElements(element, "SSID");
+  iFtmWrLsCmd = eWRLS_SET_SSID;
+  EXPECT_EQ(FTM_ParseTagBCOM_WIRELESS(element), 0);
+  EXPECT_EQ(iFtmWrLsCmd, eWRLS_SET_SSID);
+}
+
 TEST_F(WirelessTest, TheTestBitLeavesTheOthers) {
   unFtmState.usWd = ledTestMask;
   parse("<SSID>a</SSID>");
@@ -414,6 +424,13 @@ TEST_F(WirelessTest, TheRadioIsShownInTheTestConfiguration) {
   EXPECT_EQ(shown("CHANNEL"), "6");
   EXPECT_EQ(shown("DOMAIN"), "US");
   EXPECT_EQ(shown("MAC_ADDR"), "02:1a:2b:0c:0d:ff");
+}
+
+TEST_F(WirelessTest, WhatTheTestConfigurationLacksIsNotShown) {
+  RemoveElements(GetElement(GetElement(TestModeCfgTree(), "TEST_CONFIG"), "BCOM_WIRELESS"), "SSID");
+  EXPECT_EQ(FtmUpdateWireless(), 0);
+  EXPECT_EQ(shown("SSID"), "no such element");
+  EXPECT_EQ(shown("CHANNEL"), "6");
 }
 
 TEST_F(WirelessTest, WhatWasAppliedIsReadBack) {

@@ -31,3 +31,4 @@ wrap(xml_tree_test malloc calloc realloc board_syslog)
 
 unit_test(gateway_clock_test)
 unit_test(platform_records_test)
+unit_test(service_records_test)
