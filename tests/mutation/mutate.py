@@ -1,0 +1,160 @@
+"""Breaks the service in many places, one at a time, and lists those that no test notices."""
+
+import argparse
+import collections
+import json
+import queue
+import sys
+import threading
+import time
+from pathlib import Path
+
+from tests import explanations
+from tests.mutation import places, workshop
+
+ROOT = Path.cwd()
+FOLDER = ROOT / "build/mutation"
+LIST = ROOT / "tests/mutation/unnoticed.txt"
+KEYS = ("file", "line", "change")
+MOST_UNNOTICED = 3
+NOBODY = ""
+
+
+def key_of(change):
+    return change.file, change.line, change.text()
+
+
+class Results:
+    """What became of each stretch: the change made and the test that noticed it. Kept on disk, line by line.
+
+    Those of an earlier run are taken over when it was the same, or, with `only_unnoticed`, when they were noticed.
+    """
+
+    def __init__(self, path, state, choice, chosen, only_unnoticed):
+        self._path = path
+        self._lock = threading.Lock()
+        self.found = {}  # by the number of the stretch: (change, name of the test or NOBODY)
+        # A state that is no project's: what it is mixed from must not pass for a whole run.
+        heading = {"state": "mixed" if only_unnoticed else state, "choice": choice}
+        lines = [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
+        is_taken_over = bool(lines) and (lines[0] == heading or only_unnoticed and lines[0]["choice"] == choice)
+        path.write_text(json.dumps(heading) + "\n")
+        for entry in lines[1:] if is_taken_over else []:
+            change = places.Change(**entry["change"])
+            if change in chosen[entry["stretch"]] and not (only_unnoticed and entry["noticed"] == NOBODY):
+                self._keep(entry["stretch"], change, entry["noticed"])
+
+    def _keep(self, stretch, change, noticed):
+        self.found[stretch] = change, noticed
+        with self._path.open("a") as file:
+            file.write(json.dumps({"stretch": stretch, "change": vars(change), "noticed": noticed}) + "\n")
+
+    def add(self, stretch, change, noticed, total):
+        with self._lock:
+            self._keep(stretch, change, noticed)
+            who = f"noticed by {noticed}" if noticed else "NOT NOTICED"
+            print(f"[{len(self.found)}/{total}] {change.file}:{change.number}: {change.text()}: {who}", flush=True)
+
+
+def try_stretch(shop, changes, units, systems):
+    """Makes the first of the changes that makes another service. Returns it and who noticed it; None: there is none."""
+    for change in changes:
+        try:
+            if not shop.change(change):
+                continue
+            ordered = [test for tests in (units, systems) for test in shop.by_relevance(tests, change.file)]
+            return change, next((test.name for test in ordered if shop.notices(test)), NOBODY)
+        finally:
+            shop.restore(change)
+    return None
+
+
+class Run:
+    """Tries all stretches that have no result yet, several at a time."""
+
+    def __init__(self, chosen, results):
+        self._chosen = chosen
+        self._results = results
+        self._left = queue.SimpleQueue()
+        self._failure = None
+        self._units, self._systems = workshop.tests_of(ROOT)
+        for stretch in range(len(chosen)):
+            if stretch not in results.found:
+                self._left.put(stretch)
+
+    def work(self, jobs):
+        if self._left.empty():
+            return
+        tests = self._units + self._systems
+        shops = [workshop.Workshop(ROOT, FOLDER, number) for number in range(jobs)]
+        shops[0].prepare(tests, jobs)
+        for shop in shops[1:]:
+            shop.prepare_like(shops[0])
+        threads = [threading.Thread(target=self._serve, args=(shop,)) for shop in shops]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        if self._failure:
+            raise self._failure
+
+    def _serve(self, shop):
+        try:
+            while not self._failure and not self._left.empty():
+                stretch = self._left.get_nowait()
+                if tried := try_stretch(shop, self._chosen[stretch], self._units, self._systems):
+                    self._results.add(stretch, *tried, len(self._chosen))
+        except queue.Empty:
+            pass
+        except Exception as failure:
+            self._failure = failure
+
+
+def stale(explained, sources, results):
+    """The explanations of changes that can't be made, or that a test notices."""
+    possible = {key_of(change) for source in sources for changes in source.places() for change in changes}
+    noticed = {key_of(change) for change, by in results.found.values() if by != NOBODY}
+    unnoticed = {key_of(change) for change, by in results.found.values() if by == NOBODY}
+    return [key for key in explained if key not in possible or key in noticed - unnoticed]
+
+
+def report(sources, results):
+    """Prints what remains to be done. Returns whether that is nothing."""
+    explained = explanations.read(LIST, KEYS)
+    unnoticed = [change for change, by in results.found.values() if by == NOBODY]
+    unexplained = [change for change in unnoticed if key_of(change) not in explained]
+    for change in unexplained:
+        print(f"Unnoticed and unexplained: {change.file}:{change.number}: {change.text()}\n  {change.line}")
+    gone = stale(explained, sources, results)
+    for key in gone:
+        print(f"Explained, but noticed or no longer there: {': '.join(key)}")
+    by_tests = collections.Counter(by for _, by in results.found.values() if by != NOBODY)
+    for name, count in by_tests.most_common():
+        print(f"{count:5} {name}")
+    print(f"{len(results.found)} places broken, {len(unnoticed)} unnoticed, {len(unexplained)} of them unexplained")
+    return bool(results.found) and len(unnoticed) <= MOST_UNNOTICED and not unexplained and not gone
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__)
+    parser.add_argument("--count", type=int, default=100, help="how many places (default: %(default)s)")
+    parser.add_argument("--seed", default="1", help="which places (default: %(default)s)")
+    parser.add_argument("--jobs", type=int, default=2, help="how many at a time (default: %(default)s)")
+    parser.add_argument("--unnoticed", action="store_true", help="only those that no test has noticed yet")
+    arguments = parser.parse_args()
+    FOLDER.mkdir(parents=True, exist_ok=True)
+    files = [name for name in workshop.project_files(ROOT) if name.startswith("userapps/FTM/")]
+    sources = [places.Source(ROOT, name) for name in files if name.endswith((".cpp", ".h"))]
+    chosen = places.choose(sources, arguments.count, arguments.seed)
+    choice = [arguments.count, arguments.seed]
+    path = FOLDER / "results.jsonl"
+    results = Results(path, workshop.fingerprint(ROOT), choice, chosen, arguments.unnoticed)
+    begin = time.monotonic()
+    Run(chosen, results).work(arguments.jobs)
+    good = report(sources, results)
+    print(f"{time.monotonic() - begin:.0f} s")
+    sys.exit(0 if good else 1)
+
+
+if __name__ == "__main__":
+    main()
