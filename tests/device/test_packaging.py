@@ -59,6 +59,7 @@ class Gateway:
         self.pidfile = folder / "ftm.pid"
         self.mark = folder / "test-mode"
         self.mark.touch()
+        self.seen = set()  # process ids of whatever was started
         (folder / "config").write_text(
             f"DAEMON={folder}/FTM\nPIDFILE={self.pidfile}\nTEST_MODE_FILE={self.mark}\nRESTART_PAUSE=0\n"
         )
@@ -72,7 +73,9 @@ class Gateway:
 
     def run(self, word):
         environment = {"PATH": str(self.tools), "FTM_CONFIG": str(self.folder / "config")}
-        return subprocess.run([str(self.script), word], env=environment, capture_output=True, text=True, timeout=120)
+        result = subprocess.run([str(self.script), word], env=environment, capture_output=True, text=True, timeout=120)
+        self.seen |= self.pids()  # now: a supervisor that is stopped takes its file with it
+        return result
 
     def status(self):
         return self.run("status").returncode
@@ -95,17 +98,13 @@ def gateway(tmp_path):
     """What the script leaves behind is this process's to reap, as it is process 1's on a gateway."""
     ctypes.CDLL(None).prctl(_PR_SET_CHILD_SUBREAPER, 1)
     gateway = Gateway(tmp_path)
-    seen, ended = set(), threading.Event()
+    ended = threading.Event()
 
     def reap():
         while not ended.wait(0.01):
-            seen.update(gateway.pids())
-            for pid in list(seen):
-                try:
-                    if os.waitpid(pid, os.WNOHANG)[0]:
-                        seen.discard(pid)
-                except ChildProcessError:
-                    pass
+            for pid in gateway.seen | gateway.pids():
+                with contextlib.suppress(ChildProcessError):
+                    os.waitpid(pid, os.WNOHANG)
 
     reaper = threading.Thread(target=reap)
     reaper.start()
