@@ -7,7 +7,6 @@
 #include <vector>
 
 using namespace gateway;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -265,10 +264,10 @@ TEST_F(GatewayTransfers, TakesWhateverAStationSends) {
                                         "nonsense",
                                         packet(3, 1, std::string(512, 'x')),
                                         packet(9, 9)};
-  for (const std::string& first : odd)
-    for (const std::string& second : odd) {
-      toUnit(first);
-      fromUnit(second);
+  for (const std::string& sent : odd)
+    for (const std::string& answer : odd) {
+      toUnit(sent);
+      fromUnit(answer);
     }
   toUnit(std::string("\0\1", 2) + std::string(514, 'n'));
   EXPECT_EQ(last().file, std::string(514, 'n')); // no end but the datagram's
