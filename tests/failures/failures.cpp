@@ -13,9 +13,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -49,6 +51,25 @@ Table readTable(const char* file) {
   }
   return table;
 }
+
+/// Temporary folder of this process and of those it starts, which may end without removing what they made in it.
+class ScratchFolder {
+public:
+  ScratchFolder() : m_path((std::filesystem::temp_directory_path() / "failures-XXXXXX").string()) {
+    if (mkdtemp(m_path.data()) == nullptr)
+      throw std::runtime_error("no temporary folder can be made");
+    setenv("TMPDIR", m_path.c_str(), 1);
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+private:
+  std::string m_path;
+};
 
 /// One session in this process.
 class Run {
@@ -185,7 +206,8 @@ void silence(std::FILE*& stream) {
   stream = std::fopen("/dev/null", "w");
 }
 
-/// Answers without a failure. They come from a process of their own too, so that each session begins with a fresh one.
+/// Answers without a failure, none where the session went wrong. They come from a process of their own too, so that
+/// each session begins with a fresh one.
 struct UsualSession {
   Answers answers;
   std::size_t calls = 0;
@@ -194,7 +216,7 @@ struct UsualSession {
 UsualSession usualSession(const Table& table) {
   int line[2];
   if (pipe(line) != 0)
-    std::exit(EXIT_FAILURE);
+    return {};
   const pid_t child = fork();
   if (child == 0) {
     Run run(table, {}, false);
@@ -211,7 +233,7 @@ UsualSession usualSession(const Table& table) {
     text.append(buffer, static_cast<std::size_t>(length));
   close(line[0]);
   if (statusOf(child) != 0)
-    std::exit(EXIT_FAILURE);
+    return {};
   UsualSession session;
   for (std::size_t start = 0, end = 0; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
     session.answers.push_back(text.substr(start, end - start));
@@ -229,12 +251,15 @@ int main(int argumentCount, char* arguments[]) {
   const std::size_t every = argumentCount > 2 ? std::stoul(arguments[2]) : 1;
   const std::size_t first = argumentCount > 3 ? std::stoul(arguments[3]) : 1;
   const bool prints = argumentCount > 4;
+  const ScratchFolder scratch;
   silence(stdout);
   silence(stderr); // a sanitizer has the descriptor
   gateway::clock::useManual();
   gateway::useUnit(gateway::Unit::inMemory());
 
   const UsualSession session = usualSession(table);
+  if (session.answers.empty())
+    return EXIT_FAILURE;
   Figures figures;
   for (std::size_t number = first; number <= session.calls; number += every) {
     const pid_t child = fork();
