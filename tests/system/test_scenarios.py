@@ -96,10 +96,17 @@ class Recording:
         )
         assert "Ctrl-C" in self.process.stdout.readline()
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+
     def end(self):
         self.process.send_signal(signal.SIGINT)
         assert self.process.wait(timeout=60) == 0
-        self.process.stdout.close()
 
 
 def happened(bench, after):
@@ -157,9 +164,9 @@ def test_recorded_session_is_played_to_the_same_journal(bench, tmp_path):
         return happened(bench, before)
 
     def record():
-        recording = Recording(bench, recorded)
-        play(bench, session)
-        recording.end()
+        with Recording(bench, recorded) as recording:
+            play(bench, session)
+            recording.end()
 
     first = run_with(record)
     last, fates = fates_of_datagrams(bench)
@@ -180,14 +187,14 @@ def test_recorded_session_is_played_to_the_same_journal(bench, tmp_path):
 
 def test_transfers_of_any_station_are_recorded(bench, station, tmp_path):
     recorded = tmp_path / "recorded.txt"
-    recording = Recording(bench, recorded)
-    station.read(MODEM_INFO)
     long = b"<MODEM_INFO><SERIAL_NUM>4711</SERIAL_NUM></MODEM_INFO>" + b" " * 3000
-    station.write(MODEM_INFO, long)
-    with Station() as other:
-        other.start_write(MODEM_INFO)  # and no more
-    bench.gateway("press", "wps")
-    recording.end()
+    with Recording(bench, recorded) as recording:
+        station.read(MODEM_INFO)
+        station.write(MODEM_INFO, long)
+        with Station() as other:
+            other.start_write(MODEM_INFO)  # and no more
+        bench.gateway("press", "wps")
+        recording.end()
     lines = [re.sub(r"^at \S+ ", "", line) for line in steps(recorded.read_text())]
     assert lines == [f"read {MODEM_INFO}", f"write {MODEM_INFO} file recorded.txt.1", "press wps"]
     assert (tmp_path / "recorded.txt.1").read_bytes() == long
@@ -197,8 +204,8 @@ def test_transfers_of_any_station_are_recorded(bench, station, tmp_path):
 def test_recording_ends_where_the_unit_does_not_run(bench, tmp_path):
     bench.stop()
     recorded = tmp_path / "recorded.txt"
-    recording = Recording(bench, recorded)
-    bench.gateway("press", "wps")
-    wait_until(lambda: bench.rows("action") == ["press wps"], "the action")
-    recording.end()
+    with Recording(bench, recorded) as recording:
+        bench.gateway("press", "wps")
+        wait_until(lambda: bench.rows("action") == ["press wps"], "the action")
+        recording.end()
     assert [line.split(maxsplit=2)[2] for line in steps(recorded.read_text())] == ["press wps"]
