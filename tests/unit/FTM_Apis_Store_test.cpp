@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/store_calls.h"
@@ -17,6 +18,17 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// The snapshots that the store has been given back.
+static std::vector<const ST_CFG_TABLE*> released;
+
+int real_freeTable(ST_CFG_TABLE* snapshot) asm("__real_cfg_freeTable");
+int wrap_freeTable(ST_CFG_TABLE* snapshot) asm("__wrap_cfg_freeTable");
+
+int wrap_freeTable(ST_CFG_TABLE* snapshot) {
+  released.push_back(snapshot);
+  return real_freeTable(snapshot);
+}
+
 namespace {
 
 class Store : public BenchUnit {
@@ -24,6 +36,7 @@ protected:
   Store() {
     FTM_ClrErrorTFTP();
     storeCalls.clear();
+    released.clear();
   }
 
   /// Runs an operation; standard output and standard error go to `output` and `errors`.
@@ -53,6 +66,23 @@ TEST_F(Store, ATableThatCannotBeReadHasNoRowsAndNoCells) {
   EXPECT_FALSE(none.isRead());
   EXPECT_EQ(none.rows(), 0);
   EXPECT_EQ(none.cell(0, 0), nullptr);
+}
+
+TEST_F(Store, ATableThatWasReadIsReleasedOnce) {
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  const ST_CFG_TABLE* table = nullptr;
+  {
+    const TableSnapshot production(session.get(), "ProductionData");
+    table = production.get();
+    EXPECT_THAT(released, IsEmpty());
+  }
+  EXPECT_THAT(released, ElementsAre(table));
+}
+
+TEST_F(Store, ATableThatCannotBeReadIsNotReleased) {
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  { const TableSnapshot none(session.get(), "NoSuchTable"); }
+  EXPECT_THAT(released, IsEmpty());
 }
 
 TEST_F(Store, ATableHasNoCellsBeyondItsRowsAndColumns) {

@@ -97,6 +97,12 @@ TEST_F(Radio, IsTheFirstInterfaceOfItsNickname) {
   EXPECT_EQ(found(), "wl0");
 }
 
+TEST_F(Radio, IsFoundInTheFirstRow) {
+  addInterface(0, "Wireless", "wl0");
+  addInterface(1, "Omnilane", "eth1");
+  EXPECT_EQ(found(), "wl0");
+}
+
 TEST_F(Radio, IsNotFoundWithoutANicknameOrAName) {
   addInterface(1, "wireless", "wl0");
   EXPECT_EQ(found(), "");
