@@ -7,6 +7,7 @@ import queue
 import sys
 import threading
 import time
+from dataclasses import asdict, dataclass
 from pathlib import Path
 
 from tests import explanations
@@ -20,12 +21,30 @@ MOST_UNNOTICED = 3
 NOBODY = ""
 
 
+@dataclass(frozen=True)
+class Result:
+    """What became of a stretch."""
+
+    change: places.Change  # the one that was made
+    noticed: str  # by the test of that name, or NOBODY
+    end: str  # how that test ended
+    passed_over: dict  # how many changes were no use, by their effect
+
+    @staticmethod
+    def read(entry):
+        return Result(**{**entry, "change": places.Change(**entry["change"])})
+
+    def text(self):
+        who = f"noticed by {self.noticed}, which {self.end}" if self.noticed else "NOT NOTICED"
+        return f"{self.change.file}:{self.change.number}: {self.change.text()}: {who}"
+
+
 def key_of(change):
     return change.file, change.line, change.text()
 
 
 class Results:
-    """What became of each stretch: the change made and the test that noticed it. Kept on disk, line by line.
+    """What became of each stretch. Kept on disk, line by line.
 
     Those of an earlier run are taken over when it was the same, or, with `only_unnoticed`, when they were noticed.
     """
@@ -33,37 +52,52 @@ class Results:
     def __init__(self, path, state, choice, chosen, only_unnoticed):
         self._path = path
         self._lock = threading.Lock()
-        self.found = {}  # by the number of the stretch: (change, name of the test or NOBODY)
+        self._found = {}  # by the number of the stretch
         # A state that is no project's: what it is mixed from must not pass for a whole run.
         heading = {"state": "mixed" if only_unnoticed else state, "choice": choice}
         lines = [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
         is_taken_over = bool(lines) and (lines[0] == heading or only_unnoticed and lines[0]["choice"] == choice)
         path.write_text(json.dumps(heading) + "\n")
         for entry in lines[1:] if is_taken_over else []:
-            change = places.Change(**entry["change"])
-            if change in chosen[entry["stretch"]] and not (only_unnoticed and entry["noticed"] == NOBODY):
-                self._keep(entry["stretch"], change, entry["noticed"])
+            result = Result.read(entry["result"])
+            if result.change in chosen[entry["stretch"]] and not (only_unnoticed and result.noticed == NOBODY):
+                self._keep(entry["stretch"], result)
 
-    def _keep(self, stretch, change, noticed):
-        self.found[stretch] = change, noticed
+    def _keep(self, stretch, result):
+        self._found[stretch] = result
         with self._path.open("a") as file:
-            file.write(json.dumps({"stretch": stretch, "change": vars(change), "noticed": noticed}) + "\n")
+            file.write(json.dumps({"stretch": stretch, "result": asdict(result)}) + "\n")
 
-    def add(self, stretch, change, noticed, total):
+    def add(self, stretch, result, total):
         with self._lock:
-            self._keep(stretch, change, noticed)
-            who = f"noticed by {noticed}" if noticed else "NOT NOTICED"
-            print(f"[{len(self.found)}/{total}] {change.file}:{change.number}: {change.text()}: {who}", flush=True)
+            self._keep(stretch, result)
+            print(f"[{len(self._found)}/{total}] {result.text()}", flush=True)
+
+    def has(self, stretch):
+        return stretch in self._found
+
+    def all(self):
+        return list(self._found.values())
+
+
+def first_to_notice(shop, tests):
+    """The name of the first test that notices the change made, and how it ended."""
+    for test in tests:
+        if (end := shop.ends(test)) is not workshop.End.GOOD:
+            return test.name, end.value
+    return NOBODY, workshop.End.GOOD.value
 
 
 def try_stretch(shop, changes, units, systems):
-    """Makes the first of the changes that makes another service. Returns it and who noticed it; None: there is none."""
+    """Makes the first of the changes that makes another service. Returns what became of it; None: there is none."""
+    passed_over = collections.Counter()
     for change in changes:
         try:
-            if not shop.change(change):
-                continue
-            ordered = [test for tests in (units, systems) for test in shop.by_relevance(tests, change.file)]
-            return change, next((test.name for test in ordered if shop.notices(test)), NOBODY)
+            effect = shop.change(change)
+            if effect is workshop.Effect.ANOTHER:
+                ordered = [test for tests in (units, systems) for test in shop.by_relevance(tests, change.file)]
+                return Result(change, *first_to_notice(shop, ordered), dict(passed_over))
+            passed_over[effect.value] += 1
         finally:
             shop.restore(change)
     return None
@@ -78,8 +112,9 @@ class Run:
         self._left = queue.SimpleQueue()
         self._failure = None
         self._units, self._systems = workshop.tests_of(ROOT)
-        for stretch in range(len(chosen)):
-            if stretch not in results.found:
+        # Headers last: what includes them has to be compiled again.
+        for stretch in sorted(range(len(chosen)), key=lambda stretch: chosen[stretch][0].file.endswith(".h")):
+            if not results.has(stretch):
                 self._left.put(stretch)
 
     def work(self, jobs):
@@ -103,7 +138,7 @@ class Run:
             while not self._failure and not self._left.empty():
                 stretch = self._left.get_nowait()
                 if tried := try_stretch(shop, self._chosen[stretch], self._units, self._systems):
-                    self._results.add(stretch, *tried, len(self._chosen))
+                    self._results.add(stretch, tried, len(self._chosen))
         except queue.Empty:
             pass
         except Exception as failure:
@@ -113,26 +148,29 @@ class Run:
 def stale(explained, sources, results):
     """The explanations of changes that can't be made, or that a test notices."""
     possible = {key_of(change) for source in sources for changes in source.places() for change in changes}
-    noticed = {key_of(change) for change, by in results.found.values() if by != NOBODY}
-    unnoticed = {key_of(change) for change, by in results.found.values() if by == NOBODY}
+    noticed = {key_of(result.change) for result in results if result.noticed != NOBODY}
+    unnoticed = {key_of(result.change) for result in results if result.noticed == NOBODY}
     return [key for key in explained if key not in possible or key in noticed - unnoticed]
 
 
 def report(sources, results):
     """Prints what remains to be done. Returns whether that is nothing."""
     explained = explanations.read(LIST, KEYS)
-    unnoticed = [change for change, by in results.found.values() if by == NOBODY]
+    unnoticed = [result.change for result in results if result.noticed == NOBODY]
     unexplained = [change for change in unnoticed if key_of(change) not in explained]
     for change in unexplained:
         print(f"Unnoticed and unexplained: {change.file}:{change.number}: {change.text()}\n  {change.line}")
     gone = stale(explained, sources, results)
     for key in gone:
         print(f"Explained, but noticed or no longer there: {': '.join(key)}")
-    by_tests = collections.Counter(by for _, by in results.found.values() if by != NOBODY)
-    for name, count in by_tests.most_common():
-        print(f"{count:5} {name}")
-    print(f"{len(results.found)} places broken, {len(unnoticed)} unnoticed, {len(unexplained)} of them unexplained")
-    return bool(results.found) and len(unnoticed) <= MOST_UNNOTICED and not unexplained and not gone
+    by_tests = collections.Counter((result.noticed, result.end) for result in results if result.noticed != NOBODY)
+    for (name, end), count in by_tests.most_common():
+        print(f"{count:5} {name} {end}")
+    passed_over = sum((collections.Counter(result.passed_over) for result in results), collections.Counter())
+    for effect, count in passed_over.most_common():
+        print(f"{count:5} passed over for another change nearby: {effect}")
+    print(f"{len(results)} places broken, {len(unnoticed)} unnoticed, {len(unexplained)} of them unexplained")
+    return bool(results) and len(unnoticed) <= MOST_UNNOTICED and not unexplained and not gone
 
 
 def main():
@@ -151,7 +189,7 @@ def main():
     results = Results(path, workshop.fingerprint(ROOT), choice, chosen, arguments.unnoticed)
     begin = time.monotonic()
     Run(chosen, results).work(arguments.jobs)
-    good = report(sources, results)
+    good = report(sources, results.all())
     print(f"{time.monotonic() - begin:.0f} s")
     sys.exit(0 if good else 1)
 
