@@ -100,18 +100,9 @@ void makeUnit(const std::filesystem::path& folder, int number) {
 }
 
 std::string phaseOf(Unit& unit) {
-  if (!isSupervised(unit.folder()))
-    return "off";
   Life life;
   life.follow(unit);
-  switch (life.stage()) {
-  case Life::Stage::up:
-    return "up";
-  case Life::Stage::booting:
-    return "booting";
-  default:
-    return "dark";
-  }
+  return phaseOf(life, isSupervised(unit.folder()));
 }
 
 /// One unit of the running line.

@@ -60,4 +60,17 @@ void Life::take(const std::string& kind, const std::string& text) {
   }
 }
 
+const char* phaseOf(const Life& life, bool isSupervised) {
+  if (!isSupervised)
+    return offPhase;
+  switch (life.stage()) {
+  case Life::Stage::up:
+    return "up";
+  case Life::Stage::booting:
+    return "booting";
+  default:
+    return "dark";
+  }
+}
+
 } // namespace gateway

@@ -39,4 +39,9 @@ private:
   std::int64_t m_boots = 0;
 };
 
+constexpr const char* offPhase = "off"; ///< of a unit that no supervisor runs
+
+/// What a unit is doing, in a word: "off", "dark", "booting" or "up".
+const char* phaseOf(const Life& life, bool isSupervised);
+
 } // namespace gateway

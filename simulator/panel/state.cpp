@@ -19,8 +19,6 @@ namespace gateway {
 
 namespace {
 
-constexpr const char* offPhase = "off";
-
 /// A number that the store keeps as a text; 0 when it is none.
 std::int64_t numberOf(std::string_view text) {
   std::int64_t number = 0;
@@ -30,19 +28,6 @@ std::int64_t numberOf(std::string_view text) {
 
 std::string cellText(Unit& unit, const char* table, const char* column) {
   return utf8Of(unit.cell(table, 0, column).value_or(""));
-}
-
-const char* phaseOf(const Life& life, bool isSupervised) {
-  if (!isSupervised)
-    return offPhase;
-  switch (life.stage()) {
-  case Life::Stage::up:
-    return "up";
-  case Life::Stage::booting:
-    return "booting";
-  default:
-    return "dark";
-  }
 }
 
 Json textsOf(const std::vector<std::string>& texts) {
