@@ -332,6 +332,18 @@ def test_field_shows_in_the_end_what_the_unit_holds(page, bench):
     page.wait(lambda: page.value(loss) == "0", "the number as the unit has it")
 
 
+def test_text_typed_while_another_is_on_its_way_is_taken_over_after_it(page, bench):
+    loss = f"{page.card('Wire')} [aria-label^=Loss]"
+    page.run("""const fetchNow = window.fetch;
+                const released = new Promise((resolve) => (window.release = resolve));
+                window.fetch = async (...request) => { await released; return fetchNow(...request); }""")
+    page.fill(loss, "11" + Keys.ENTER)
+    page.fill(loss, "12" + Keys.ENTER)
+    page.run("window.release()")
+    bench.wait_rows("action", "wire loss 12")
+    page.wait(lambda: page.value(loss) == "12", "the second number")
+
+
 def test_narrow_window_shows_the_phase_and_is_not_scrolled_sideways(page):
     try:
         page.resize(360, 800)

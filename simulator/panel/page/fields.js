@@ -39,13 +39,14 @@ export class Field {
   #value = "";
   #told = ""; // what `show` was last given
   #isSending = false;
+  #isLeft = false; // since something was typed
 
   constructor(label, commit, attributes = {}) {
     this.commit = commit;
     const plain = { type: "text", "aria-label": label, autocomplete: "off", spellcheck: "false" };
     this.node = element("input", { ...plain, ...attributes });
     this.node.addEventListener("keydown", (event) => this.#key(event));
-    this.node.addEventListener("input", () => this.#mark());
+    this.node.addEventListener("input", () => this.#type());
     this.node.addEventListener("blur", () => this.#leave());
   }
 
@@ -53,8 +54,8 @@ export class Field {
     const isTyping = this.#isChanged() && document.activeElement === this.node;
     this.#told = String(value ?? "");
     this.#value = this.#told;
-    if (!isTyping) this.#restore();
-    this.#mark();
+    if (isTyping) this.#mark();
+    else this.#restore();
   }
 
   #isChanged() {
@@ -70,22 +71,38 @@ export class Field {
     this.node.classList.toggle("changed", this.#isChanged());
   }
 
+  #type() {
+    this.#isLeft = false;
+    this.#mark();
+  }
+
   #key(event) {
     if (event.key === "Escape") this.#restore();
     else if (event.key === "Enter") this.#leave();
   }
 
   async #leave() {
-    if (this.#isSending || !this.#isChanged()) return;
-    if (!this.node.reportValidity()) return;
+    this.#isLeft = true;
+    if (this.#isSending) return;
     this.#isSending = true;
+    while (this.#isLeft && this.#isChanged() && this.node.reportValidity()) {
+      this.#isLeft = false;
+      await this.#send();
+    }
+    this.#isSending = false;
+  }
+
+  /// What is typed meanwhile stays, and is sent after it if the field has been left again.
+  async #send() {
     const wanted = this.node.value;
-    if (await this.commit(wanted)) {
+    const isDone = await this.commit(wanted);
+    const isTyping = this.#isChanged() && this.node.value !== wanted;
+    if (isDone) {
       this.#value = wanted;
       setTimeout(() => this.show(this.#told), settleTime);
     }
-    this.#isSending = false;
-    this.#restore();
+    if (isTyping) this.#mark();
+    else this.#restore();
   }
 }
 
