@@ -178,6 +178,7 @@ TEST_F(Flash, BootModeWithoutTheDeviceIsZero) {
 TEST_F(Flash, SoftwareVersionIsTheDrivers) {
   gateway::execute(unit().database(), "UPDATE flash SET ftm_version = ?", "FTM 9.9");
   EXPECT_STREQ(FTM_GetSoftwareVersion(), "FTM 9.9");
+  EXPECT_THAT(journal("log"), IsEmpty());
 }
 
 TEST_F(Flash, SoftwareVersionEndsEvenWhenTheDriverFillsTheBuffer) {
