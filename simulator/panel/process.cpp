@@ -14,13 +14,17 @@ namespace gateway {
 
 namespace {
 
-constexpr const char* thisProgram = "/proc/self/exe";
 constexpr int mostRestarts = 10;
+
+/// The gateway program by its name: where an emulator runs the build's programs, that is a script.
+std::string gatewayProgram() {
+  return std::filesystem::read_symlink("/proc/self/exe").replace_filename("gateway").string();
+}
 
 } // namespace
 
 PanelProcess::PanelProcess(const std::filesystem::path& unit, std::string address, ServiceOutput& output)
-    : m_unit(unit.string()), m_address(std::move(address)), m_output(output) {}
+    : m_program(gatewayProgram()), m_unit(unit.string()), m_address(std::move(address)), m_output(output) {}
 
 PanelProcess::~PanelProcess() {
   if (m_child <= 0)
@@ -50,7 +54,7 @@ void PanelProcess::become(pid_t supervisor) const {
   sigprocmask(SIG_SETMASK, &none, nullptr);
   dup2(m_output.descriptor(), STDOUT_FILENO);
   dup2(m_output.descriptor(), STDERR_FILENO);
-  execl(thisProgram, "gateway", "panel", "--unit", m_unit.c_str(), "--address", m_address.c_str(), nullptr);
+  execl(m_program.c_str(), "gateway", "panel", "--unit", m_unit.c_str(), "--address", m_address.c_str(), nullptr);
   _exit(EXIT_FAILURE);
 }
 

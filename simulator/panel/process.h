@@ -27,6 +27,7 @@ public:
 private:
   [[noreturn]] void become(pid_t supervisor) const;
 
+  const std::string m_program;
   const std::string m_unit;
   const std::string m_address;
   ServiceOutput& m_output;

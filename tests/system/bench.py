@@ -1,11 +1,10 @@
 """A simulated unit on the bench: `gateway up` of the build tree on a folder of its own."""
 
-import contextlib
 import ctypes
 import os
 import re
+import shlex
 import signal
-import sqlite3
 import subprocess
 import threading
 import time
@@ -16,6 +15,7 @@ GATEWAY = os.environ["GATEWAY"]
 SANITIZER = os.environ.get("SANITIZER", "")
 SERVICE = os.environ.get("SERVICE")  # a program in the place of the service, which runs that in its way
 PATIENCE = 300.0 if SERVICE else 30.0  # seconds for what a unit does
+SQLITE3 = shlex.split(os.environ.get("SQLITE3", "sqlite3"))  # for the processor that the unit is built for
 READY = "ready"
 MODEM_INFO = "FTM_ModemInfo.xml"
 TEST_MODE_OP = "FTM_TestModeOp.xml"
@@ -207,16 +207,20 @@ class Bench:
         found = lambda: sum(text in row for row in self.rows(kind, after)) >= count
         wait_until(found, f"{count} rows {kind} {text!r} in the journal")
 
+    def sql(self, text, *options):
+        """Runs SQL or a command of SQLite's shell on what the unit keeps, where no command of the unit does it. Processes
+        share an index in memory with numbers as their processor has them, so Python's own SQLite may not take part."""
+        command = [*SQLITE3, *options, "-bail", "-cmd", ".timeout 30000", str(self.folder / "unit.db"), text]
+        return subprocess.run(command, check=True, capture_output=True, encoding="latin-1", timeout=60).stdout
+
     def state(self):
         """Everything that the unit keeps but its journal."""
-        with contextlib.closing(sqlite3.connect(f"file:{self.folder}/unit.db?mode=ro", uri=True)) as database:
-            return [line for line in database.iterdump() if not line.startswith('INSERT INTO "journal"')]
+        lines = self.sql(".dump", "-readonly").split("\n")
+        return [line for line in lines if not line.startswith("INSERT INTO journal ")]
 
     def change(self, sql):
         """Changes what the unit keeps, where no command does it."""
-        with contextlib.closing(sqlite3.connect(self.folder / "unit.db", timeout=30)) as database:
-            database.execute(sql)
-            database.commit()
+        self.sql(sql)
 
     def let_line_train(self):
         """Puts the start of the line's training so far back that its time is over."""

@@ -9,7 +9,6 @@ import contextlib
 import os
 import random
 import signal
-import sqlite3
 import struct
 import time
 from collections import Counter
@@ -46,19 +45,19 @@ def read_back():
 
 class WriteAheadLog:
     """The log of the unit's database, as its documented format has it: frames of one page each, and an index that says
-    how many of them are committed."""
+    how many of them are committed, with numbers as the unit's processor has them."""
 
     HEADER, FRAME_HEADER, SALTS_IN_HEADER, SALTS_IN_FRAME = 32, 24, slice(16, 24), slice(8, 16)
     COMMITTED_IN_INDEX = 16
 
-    def __init__(self, folder):
-        self.log = os.open(folder / "unit.db-wal", os.O_RDONLY)
-        self.index = os.open(folder / "unit.db-shm", os.O_RDONLY)
+    def __init__(self, bench):
+        self.log = os.open(bench.folder / "unit.db-wal", os.O_RDONLY)
+        self.index = os.open(bench.folder / "unit.db-shm", os.O_RDONLY)
         header = os.pread(self.log, self.HEADER, 0)
+        self.byte_order = "<>"[header[3] & 1]
         self.frame_size = self.FRAME_HEADER + struct.unpack(">I", header[8:12])[0]
-        with contextlib.closing(sqlite3.connect(f"file:{folder}/unit.db?mode=ro", uri=True)) as database:
-            query = "SELECT rootpage FROM sqlite_master WHERE name = 'ProductionData'"
-            (self.production_page,) = database.execute(query).fetchone()
+        page = bench.sql("SELECT rootpage FROM sqlite_master WHERE name = 'ProductionData'", "-readonly")
+        self.production_page = int(page)
         self.first = self.committed() + 1
         self.before = set(self.frames())
 
@@ -67,7 +66,7 @@ class WriteAheadLog:
         os.close(self.index)
 
     def committed(self):
-        return struct.unpack("=I", os.pread(self.index, 4, self.COMMITTED_IN_INDEX))[0]
+        return struct.unpack(f"{self.byte_order}I", os.pread(self.index, 4, self.COMMITTED_IN_INDEX))[0]
 
     def frame(self, number):
         """Header of a frame; empty behind the end."""
@@ -193,7 +192,7 @@ def kill_in_a_write(bench, number, stepper):
     fields = production_data(number)
     with Station(timeout=PATIENCE) as station:
         write = Write(station, fields)
-        log = WriteAheadLog(bench.folder)
+        log = WriteAheadLog(bench)
         moment, has_frame = stepper.some(), log.watch()
         has_come = {
             "moment": lambda slices: slices >= moment,

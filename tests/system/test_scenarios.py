@@ -1,9 +1,9 @@
 """Scenarios: every one that comes with the gateway is played, and what a recorded session did is done again by playing
 it."""
 
+import json
 import re
 import signal
-import sqlite3
 import subprocess
 from pathlib import Path
 
@@ -111,9 +111,9 @@ class Recording:
 
 def happened(bench, after):
     """Kinds and texts of what the journal has, in the order of their times: the service's rows come a moment later."""
-    with sqlite3.connect(f"file:{bench.folder}/unit.db?mode=ro", uri=True) as database:
-        rows = database.execute("SELECT kind, text FROM journal WHERE id > ? ORDER BY time_ms, id", (after,)).fetchall()
-    return [(kind, re.sub(r"process \d+|to \d+", "", text)) for kind, text in rows]
+    query = f"SELECT kind, text FROM journal WHERE id > {after} ORDER BY time_ms, id"
+    rows = json.loads(bench.sql(query, "-readonly", "-json"))
+    return [(row["kind"], re.sub(r"process \d+|to \d+", "", row["text"])) for row in rows]
 
 
 def fates_of_datagrams(bench, after=0):

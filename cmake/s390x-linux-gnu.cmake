@@ -1,0 +1,17 @@
+# A big-endian processor with 64 bits, by Debian's cross compiler and with Debian's libraries for it in the folder that
+# script/sysroot makes; its programs run under qemu.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR s390x)
+set(CMAKE_LIBRARY_ARCHITECTURE s390x-linux-gnu)
+set(CMAKE_CXX_COMPILER s390x-linux-gnu-g++)
+set(SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-s390x)
+cmake_path(NORMAL_PATH SYSROOT)
+set(CMAKE_FIND_ROOT_PATH ${SYSROOT} /usr/s390x-linux-gnu)
+set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES ${SYSROOT}/usr/include/${CMAKE_LIBRARY_ARCHITECTURE})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR} ${SYSROOT}/usr/lib/s390x-linux-gnu/pkgconfig:${SYSROOT}/usr/share/pkgconfig)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-s390x -L ${SYSROOT})
