@@ -10,6 +10,7 @@ from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.select import Select
 
 from bench import GATEWAY, wait_until
@@ -141,10 +142,8 @@ class Page:
         self.find(css).click()
 
     def fill(self, css, text):
-        """Types a text into a field in place of what is in it, and leaves it there."""
-        field = self.find(css)
-        field.clear()
-        field.send_keys(text)
+        """Types a text into a field in place of what is in it, as somebody does, and leaves it there."""
+        self.find(css).send_keys(Keys.CONTROL, "a", Keys.NULL, Keys.DELETE, text)
 
     def choose(self, css, text):
         Select(self.find(css)).select_by_visible_text(text)
