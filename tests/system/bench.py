@@ -11,10 +11,11 @@ import time
 import xml.etree.ElementTree as xml
 from pathlib import Path
 
+from limits import COMMAND_TIME, PATIENCE
+
 GATEWAY = os.environ["GATEWAY"]
 SANITIZER = os.environ.get("SANITIZER", "")
 SERVICE = os.environ.get("SERVICE")  # a program in the place of the service, which runs that in its way
-PATIENCE = 300.0 if SERVICE else 30.0  # seconds for what a unit does
 SQLITE3 = shlex.split(os.environ.get("SQLITE3", "sqlite3"))  # for the processor that the unit is built for
 READY = "ready"
 MODEM_INFO = "FTM_ModemInfo.xml"
@@ -36,7 +37,7 @@ def _end_with_the_test():
 
 def run(*arguments, check=True):
     """Runs the gateway program to its end."""
-    return subprocess.run([GATEWAY, *arguments], check=check, capture_output=True, text=True, timeout=60)
+    return subprocess.run([GATEWAY, *arguments], check=check, capture_output=True, text=True, timeout=COMMAND_TIME)
 
 
 def wait_until(condition, what, timeout=PATIENCE):
@@ -117,8 +118,8 @@ class Bench:
 
     def wait_end(self):
         """Waits for the supervisor's end and returns its status."""
-        status = self.process.wait(timeout=60)
-        self._reader.join(timeout=30)
+        status = self.process.wait(timeout=COMMAND_TIME)
+        self._reader.join(timeout=PATIENCE)
         self.process = None
         return status
 
@@ -211,7 +212,7 @@ class Bench:
         """Runs SQL or a command of SQLite's shell on what the unit keeps, where no command of the unit does it. Processes
         share an index in memory with numbers as their processor has them, so Python's own SQLite may not take part."""
         command = [*SQLITE3, *options, "-bail", "-cmd", ".timeout 30000", str(self.folder / "unit.db"), text]
-        return subprocess.run(command, check=True, capture_output=True, encoding="latin-1", timeout=60).stdout
+        return subprocess.run(command, check=True, capture_output=True, encoding="latin-1", timeout=COMMAND_TIME).stdout
 
     def state(self):
         """Everything that the unit keeps but its journal."""

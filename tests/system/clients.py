@@ -2,11 +2,13 @@
 
 import subprocess
 
+from limits import COMMAND_TIME
+
 HOST = "127.0.0.1"
 
 
 def _run(*command):
-    return subprocess.run(command, capture_output=True, text=True, timeout=60)
+    return subprocess.run(command, capture_output=True, text=True, timeout=COMMAND_TIME)
 
 
 class TftpHpa:
