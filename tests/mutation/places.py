@@ -38,11 +38,13 @@ class Change:
     end: int
     number: int  # of the line
     line: str  # its text
+    nth: int  # of what stands there in the line, from 1
     old: str
     new: str
 
     def text(self):
-        return f"{' '.join(self.old.split())} -> {' '.join(self.new.split())}"
+        which = f" ({self.nth})" if self.nth > 1 else ""
+        return f"{' '.join(self.old.split())} -> {' '.join(self.new.split())}{which}"
 
     def apply(self, source):
         return source[: self.start] + self.new + source[self.end :]
@@ -78,7 +80,8 @@ class Source:
         first = self.text.rfind("\n", 0, start) + 1
         line = self.text[first : self.text.find("\n", start)].strip()
         number = self.text.count("\n", 0, start) + 1
-        return Change(self.file, start, end, number, line, self.text[start:end], new)
+        old = self.text[start:end]
+        return Change(self.file, start, end, number, line, self.text.count(old, first, start) + 1, old, new)
 
     def _condition(self, opening, is_loop):
         """Where the condition stands that an opening bracket begins with, perhaps after a declaration."""

@@ -8,6 +8,7 @@
 
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 
@@ -77,11 +78,6 @@ protected:
     for (int row = 0; row < static_cast<int>(rows.size()); ++row)
       for (std::size_t column = 0; column < 3; ++column)
         unit().setCell("VccStat", row, columns[column], rows[static_cast<std::size_t>(row)][column]);
-  }
-
-  static std::string message() {
-    const ST_TFTP_ERROR* error = FTM_HasErrorTFTP();
-    return error == nullptr ? "" : error->psErrMsg;
   }
 
   /// Result of the resynchronisation; its standard output goes to `output`.
@@ -169,7 +165,7 @@ TEST_F(Dsl, ResyncWhoseStartIsRefusedFails) {
 TEST_F(Dsl, ResyncSetsNoErrorForTheStation) {
   unit().setFault(noAdsl, true);
   resync();
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 // The present circuit.
@@ -189,7 +185,7 @@ TEST_F(Dsl, ThereIsNoCircuitWithoutSuchARow) {
   setCircuits({});
   EXPECT_EQ(circuit(), "none");
   EXPECT_EQ(output, "");
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(Dsl, CircuitThatDoesNotFitIsNone) {
@@ -213,14 +209,14 @@ TEST_F(Dsl, CircuitWithoutASessionIsReported) {
   unit().setFault(noSession, true);
   EXPECT_EQ(circuit(), "none");
   EXPECT_EQ(output, sessionLine);
-  EXPECT_EQ(message(), "Fail to Create Xml File");
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
 }
 
 TEST_F(Dsl, CircuitWithoutItsTableIsReported) {
   unit().setFault(noTable("VccStat"), true);
   EXPECT_EQ(circuit(), "none");
   EXPECT_EQ(output, tableLine("VccStat"));
-  EXPECT_EQ(message(), "Fail to Create Xml File");
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
 }
 
 // Moving the circuit.
@@ -228,7 +224,7 @@ TEST_F(Dsl, CircuitWithoutItsTableIsReported) {
 TEST_F(Dsl, ChangeDeletesTheCircuitAndMakesTheNewOneWithTheUnitsAddress) {
   EXPECT_EQ(change("8", "36"), 0);
   EXPECT_EQ(output, "");
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
   EXPECT_THAT(journal("command"),
               ElementsAre("/etc/init.d/DelOrgVpiVci.sh 1.0.35", "/etc/init.d/NewVpiVci.sh 1.8.36 02:aa:bb:cc:dd:ee"));
 }
@@ -243,7 +239,7 @@ TEST_F(Dsl, ChangeWithoutTheStoreMakesTheNewCircuitWithTheDefaultAddressAndFails
   unit().setFault(noSession, true);
   EXPECT_EQ(change("8", "36"), -1);
   EXPECT_EQ(output, sessionLine + sessionLine); // for the address, then for the circuit
-  EXPECT_EQ(message(), "Fail to Create Xml File");
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
   EXPECT_THAT(journal("command"), ElementsAre("/etc/init.d/NewVpiVci.sh 1.8.36 02:1a:2b:00:00:01"));
 }
 
@@ -251,7 +247,7 @@ TEST_F(Dsl, ChangeWithoutProductionDataUsesTheDefaultAddressAndFails) {
   unit().setFault(noTable("ProductionData"), true);
   EXPECT_EQ(change("8", "36"), -1);
   EXPECT_EQ(output, tableLine("ProductionData"));
-  EXPECT_EQ(message(), "Fail to Create Xml File");
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
   EXPECT_THAT(journal("command"),
               ElementsAre("/etc/init.d/DelOrgVpiVci.sh 1.0.35", "/etc/init.d/NewVpiVci.sh 1.8.36 02:1a:2b:00:00:01"));
 }
@@ -289,7 +285,7 @@ TEST_F(Dsl, ChangeRunsTheLongestCommandAndNothingOfALongerOne) {
   EXPECT_EQ(journal("command").back(), "/etc/init.d/NewVpiVci.sh 1.8." + longestVci + " 02:aa:bb:cc:dd:ee");
   const std::size_t commands = journal("command").size();
   EXPECT_EQ(change("8", longestVci + "6"), -1);
-  EXPECT_EQ(message(), "Write data failed");
+  EXPECT_EQ(recordedMessage(), "Write data failed");
   EXPECT_EQ(journal("command").size(), commands);
 }
 

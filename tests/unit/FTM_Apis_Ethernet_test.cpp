@@ -10,6 +10,7 @@
 
 #include "simulator/database.h"
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Handles.h"
@@ -51,11 +52,6 @@ protected:
   static std::string portSpeed() {
     const char* text = XML_FTM_PortSpeed();
     return text != nullptr ? text : "none";
-  }
-
-  static std::string error() {
-    const ST_TFTP_ERROR* record = FTM_HasErrorTFTP();
-    return record != nullptr ? record->psErrMsg : "";
   }
 };
 
@@ -204,7 +200,7 @@ TEST_F(EthernetPorts, WithoutASessionTheSwitchGivesNoSpeed) {
   char speed[switchSpeedSize + 1] = "old";
   EXPECT_EQ(FtmGetSwitchSpeed(speed), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to start session\n");
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   EXPECT_STREQ(speed, "old");
 }
 
@@ -214,7 +210,7 @@ TEST_F(EthernetPorts, AnUnreadableSwitchGivesNoSpeed) {
   char speed[switchSpeedSize + 1] = "old";
   EXPECT_EQ(FtmGetSwitchSpeed(speed), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to read table: SwitchStat\n");
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   EXPECT_STREQ(speed, "old");
 }
 

@@ -9,6 +9,7 @@
 #include "simulator/unit.h"
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Handles.h"
@@ -66,11 +67,6 @@ protected:
     texts.push_back(shown("RESET_SWITCH", "RESET_SW_STATUS"));
     texts.push_back(shown("WPS_SWITCH", "WPS_SW_STATUS"));
     return texts;
-  }
-
-  static std::string message() {
-    const ST_TFTP_ERROR* error = FTM_HasErrorTFTP();
-    return error == nullptr ? "" : error->psErrMsg;
   }
 };
 
@@ -178,7 +174,7 @@ TEST_F(Leds, AFailedWriteSetsNoErrorForTheStation) {
   unit().setFault(noGpio, true);
   ledTest(3, 1);
   getLedState(3);
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 // Reading.
@@ -289,7 +285,7 @@ TEST_F(Leds, UpdatesReadTheButtonBeforeTheyMissTheirElement) {
   RemoveElements(config, "WPS_SWITCH");
   EXPECT_EQ(run(FtmUpdRsSw), (Outcome{-1, "", {gpioRequest(GPIOCTRL_READIO, 32, 0)}}));
   EXPECT_EQ(run(FtmUpdWpsSw), (Outcome{-1, "", {gpioRequest(GPIOCTRL_READIO, 43, 0)}}));
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 TEST_F(Leds, WrappersSetTheirOwnElementAndTouchNoHardware) {
@@ -311,7 +307,7 @@ TEST_F(Leds, WrappersSetTheirOwnElementAndTouchNoHardware) {
 
 TEST_F(Leds, AnUnknownElementIsRefused) {
   EXPECT_EQ(FtmAction_LED(1, "WAN_LED"), -1);
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 TEST_F(Leds, BlinkShowsItsTextAsGiven) {
@@ -338,7 +334,7 @@ TEST_F(Leds, StoreColumnThatDoesNotExistIsAFailedWrite) {
   const StoreSession session(CFG_ROLE_WEB_GUI, "FTM write");
   ASSERT_EQ(cfg_startTransaction(session.get()), 0);
   EXPECT_EQ(ledTestCM(session.get(), "NoSuchLed", "ON"), -1);
-  EXPECT_EQ(message(), "Write data failed");
+  EXPECT_EQ(recordedMessage(), "Write data failed");
   cfg_abortTransaction(session.get());
 }
 

@@ -200,7 +200,7 @@ TEST_F(VirtualFiles, EachWritableNameReachesItsHandler) {
 TEST_F(VirtualFiles, SuccessfulWriteIsAcknowledgedWhateverTheRecordHolds) {
   FTM_FlgErrorTFTP(3, szWrFail, 0);
   EXPECT_EQ(writeFile("FTM_ModemInfo.xml", "<MODEM_INFO/>"), "ACK");
-  EXPECT_EQ(recordedMessage(), "Write data failed");
+  EXPECT_EQ(recordedMessage(), "code 3: Write data failed");
 }
 
 // Hostile documents. Whatever comes, the file that a station reads next is the one that it read before.

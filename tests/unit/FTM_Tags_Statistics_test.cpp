@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Handles.h"
@@ -112,11 +113,6 @@ protected:
     AddElement(section.get(), create_sub_xml_element(element, 1, 0, nullptr, nullptr, "before"));
     EXPECT_EQ(XMLS_initDslStatCM(section.get()), 0);
     return GetElementBody(section.get(), element);
-  }
-
-  static std::string error() {
-    const ST_TFTP_ERROR* record = FTM_HasErrorTFTP();
-    return record != nullptr ? record->psErrMsg : "";
   }
 };
 
@@ -330,7 +326,7 @@ TEST_F(StatisticsFiles, AttributesOfTheThroughputStayWhenTheCircuitCannotBeRead)
   XmlTree element(create_sub_xml_element("THROUGHPUT", 1, 0, "VPI=\"0\" VCI=\"35\"", nullptr, nullptr));
   unit().setFault(tableFault("BcmAtm"), true);
   EXPECT_EQ(XMLS_SetAttrValueCM(element.get(), 1), -1);
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   unit().setFault(tableFault("BcmAtm"), false);
   unit().clearTable("BcmAtm");
   EXPECT_EQ(XMLS_SetAttrValueCM(element.get(), 1), 0);
@@ -397,7 +393,7 @@ TEST_F(StatisticsFiles, WithoutASessionTheFileIsServedWithItsEarlierTexts) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(readStatistics(), before);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("error: failed to start session\n"));
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   EXPECT_EQ(FTM_ErrorTFTP()->usErrorCode, 0);
 }
 
@@ -422,7 +418,7 @@ TEST_P(StatisticsTables, UnreadableOneKeepsTheTextsOfItsSectionAndTheFileIsServe
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               testing::HasSubstr("error: failed to read table: " + std::string(table) + "\n"));
   EXPECT_EQ(text(path), before);
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   unit().setFault(tableFault(table), false);
   readStatistics();
   EXPECT_EQ(text(path), "later");
@@ -474,12 +470,12 @@ TEST_F(StatisticsFiles, FillersReportAnUnreadableTable) {
 TEST_F(StatisticsFiles, UnreadableStationsSayReadFailAndGiveTheStoresOwnResult) {
   fillEverything();
   readStatistics();
-  ASSERT_EQ(error(), "");
+  ASSERT_EQ(recordedMessage(), "");
   unit().setFault(tableFault("WlanStations"), true);
   readStatistics();
   EXPECT_EQ(text("BCOM_WIRELESS/WIRE_STATIONS"), "Read Fail");
   EXPECT_EQ(text("BCOM_WIRELESS/WIRE_RXBYTES"), coordinates("NetDev", 2, 1));
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   const StoreSession session(CFG_ROLE_MODEM, nullptr);
   const int failure = TableSnapshot(session.get(), "WlanStations").result();
   EXPECT_NE(failure, CFG_ERR_OK);
@@ -497,7 +493,7 @@ TEST_F(StatisticsFiles, StationsAreNotReadWhenTheDevicesCannotBe) {
 TEST_F(StatisticsFiles, StatisticsTwoFailsAndLeavesTheErrorRecordAlone) {
   FTM_FlgErrorTFTP(7, szInLed, 0);
   EXPECT_EQ(TFTP_processGetStatistics2(&pOFileSTAT2, &ulOutSizeSTAT2), -1);
-  EXPECT_EQ(error(), szInLed);
+  EXPECT_STREQ(FTM_ErrorTFTP()->psErrMsg, szInLed);
   EXPECT_EQ(FTM_ErrorTFTP()->usErrorCode, 7);
   EXPECT_EQ(pOFileSTAT2, nullptr);
 }
@@ -683,7 +679,7 @@ TEST_F(FourPortFile, AnUnreadableModelIsReportedAndThePortsStartAtTheFirstRow) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(read(), 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to read table: ProductionData\n");
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   EXPECT_EQ(port(1, "ETH_IN"), "33");
 }
 
@@ -692,7 +688,7 @@ TEST_F(FourPortFile, AnUnreadableSwitchFailsTheFile) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(read(), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to read table: SwitchStat\n");
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   EXPECT_EQ(pOFileSTAT4P, nullptr);
 }
 
@@ -701,7 +697,7 @@ TEST_F(FourPortFile, NoSessionFailsTheFile) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(read(), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to start session\n");
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
 }
 
 TEST_F(FourPortFile, TotalsOfTenDigitsShowTheLargestOfNine) {
@@ -735,7 +731,7 @@ TEST_F(StatisticsFiles, ProgressWithoutItsElementGivesNothing) {
   pstFTMProgElmt = create_sub_xml_element("top", 1, 0, nullptr, nullptr, nullptr);
   EXPECT_EQ(TFTP_processGetProgress(), nullptr);
   EXPECT_EQ(pOFilePROG, nullptr);
-  EXPECT_EQ(error(), szFileInVid);
+  EXPECT_EQ(recordedMessage(), szFileInVid);
 }
 
 } // namespace

@@ -140,7 +140,7 @@ TEST_F(TestModeCfg, PathIsFollowedUntilItsFirstNull) {
   EXPECT_STREQ(GetTag(GetElmtPtr(tree, "TEST_CONFIG", nullptr, "LED")), "TEST_CONFIG");
   EXPECT_STREQ(GetTag(GetElmtPtr(tree, "TEST_CONFIG", "LED", nullptr)), "LED");
   EXPECT_STREQ(GetTag(GetElmtPtr(tree, "TEST_CONFIG", "LED", "USB_LED")), "USB_LED");
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(TestModeCfg, PathThatLeadsNowhereIsAnInvalidFile) {
@@ -153,11 +153,11 @@ TEST_F(TestModeCfg, PathThatLeadsNowhereIsAnInvalidFile) {
   for (const auto& path : paths) {
     FTM_ClrErrorTFTP();
     EXPECT_EQ(GetElmtPtr(tree, path[0], path[1], path[2]), nullptr);
-    EXPECT_EQ(message(), "Xml File InValid");
+    EXPECT_EQ(recordedMessage(), "Xml File InValid");
   }
   FTM_ClrErrorTFTP();
   EXPECT_EQ(GetElmtPtr(nullptr, "TEST_CONFIG", nullptr, nullptr), nullptr);
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 // Reading.
@@ -199,7 +199,7 @@ TEST_F(TestModeCfg, ReadShowsTheStoresCircuit) {
 
 TEST_F(TestModeCfg, ReadLeavesInvalidFileInTheErrorRecordAndIsServed) {
   EXPECT_NE(readBack(), "no file");
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 TEST_F(TestModeCfg, ReadKeepsWhatItDoesNotRefresh) {
@@ -253,7 +253,7 @@ TEST_F(TestModeCfg, ReadIsServedAlthoughEverySourceFails) {
 TEST_F(TestModeCfg, ReadOfATreeWithoutElementsGivesNoFile) {
   pstTestModeCfgElmt = create_xml_elements(nullptr, create_sub_xml_element("top", 1, 0, nullptr, nullptr, nullptr));
   EXPECT_EQ(TFTP_processGetTestModeCfg(), nullptr);
-  EXPECT_EQ(message(), "Fail to Create Xml File");
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
 }
 
 TEST_F(TestModeCfg, UpdatersWithoutTheirElementFail) {
@@ -290,7 +290,7 @@ TEST_F(TestModeCfg, WriteWithoutSectionsSucceedsAndChangesNothing) {
   EXPECT_EQ(answerTo("text only"), "ACK");
   EXPECT_EQ(journal(), before);
   EXPECT_EQ(unFtmState.usWd, 0);
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(TestModeCfg, SectionsAreCarriedOutInDocumentOrder) {

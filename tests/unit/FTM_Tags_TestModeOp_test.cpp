@@ -7,6 +7,7 @@
 
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Tags.h"
@@ -79,11 +80,6 @@ protected:
     std::free(text);
     return result;
   }
-
-  static std::string message() {
-    const ST_TFTP_ERROR* error = FTM_HasErrorTFTP();
-    return error == nullptr ? "" : error->psErrMsg;
-  }
 };
 
 } // namespace
@@ -128,7 +124,7 @@ TEST_F(OperationFile, ReadWhoseTextCannotBeHandedOverFails) {
   get();
   const std::string kept = pOFileTMO;
   EXPECT_EQ(TFTP_processGetTestModeOp(nullptr, nullptr), -1); // the previous text was not released
-  EXPECT_EQ(message(), "Fail to Create Xml File");
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
   EXPECT_EQ(pOFileTMO, kept);
 }
 
@@ -168,7 +164,7 @@ TEST_F(OperationFile, EnterThroughputIsListedWithAnUnderscore) {
 
 TEST_F(OperationFile, EnterThroughputWithReadyStatusFallsThroughToNoCommandAndKeepsTheFlag) {
   EXPECT_EQ(put(enter("<THROUGHPUT><READY_STATUS>READY</READY_STATUS></THROUGHPUT>")), -1);
-  EXPECT_EQ(message(), "No Command Found");
+  EXPECT_EQ(recordedMessage(), "No Command Found");
   EXPECT_EQ(unFtmState.usWd, throughputTestMask);
 }
 
@@ -180,7 +176,7 @@ TEST_F(OperationFile, EnterThroughputWithReadyStatusBesideExitTestEndsAllTests) 
 TEST_F(OperationFile, EnterThroughputWhoseCircuitChangeFailsEndsWithWriteFailedAndKeepsTheFlag) {
   unit().setFault(noSession, true);
   EXPECT_EQ(put(enter("<THROUGHPUT VPI=\"8\" VCI=\"36\"/>") + "<REBOOT/>"), 1);
-  EXPECT_EQ(message(), "Write data failed");
+  EXPECT_EQ(recordedMessage(), "Write data failed");
   EXPECT_EQ(unFtmState.usWd, throughputTestMask);
   EXPECT_THAT(journal("reboot"), IsEmpty());
 }
@@ -188,7 +184,7 @@ TEST_F(OperationFile, EnterThroughputWhoseCircuitChangeFailsEndsWithWriteFailedA
 TEST_F(OperationFile, EnterOfAnUnknownTestIsNotSupportedAndStopsTheChain) {
   for (const char* test : {"<MULTI_HYBRID/>", "<led/>", "<THROUGH_PUT/>", "<LEDS/>", "<LE/>"}) {
     EXPECT_EQ(put(enter(test) + "<EXIT_TEST/><REBOOT/>"), 1) << test;
-    EXPECT_EQ(message(), "Test not supported") << test;
+    EXPECT_EQ(recordedMessage(), "Test not supported") << test;
     EXPECT_EQ(unFtmState.usWd, 0) << test;
   }
   EXPECT_THAT(journal(), IsEmpty());
@@ -222,7 +218,7 @@ TEST_F(OperationFile, EnterWithoutContentIsNoEnterTest) {
   std::string text = "<ENTER_TEST/>";
   const XmlTree document(create_xml_object(text.data()));
   EXPECT_EQ(ProcessENTER_TEST(document.get()), -1);
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 TEST_F(OperationFile, EnterWithAnEmptiedChildListFindsNoCommand) {
@@ -230,13 +226,13 @@ TEST_F(OperationFile, EnterWithAnEmptiedChildListFindsNoCommand) {
   const XmlTree document(create_xml_object(text.data()));
   RemoveElements(GetElement(document.get(), "ENTER_TEST"), "LED");
   EXPECT_EQ(ProcessENTER_TEST(document.get()), -1);
-  EXPECT_EQ(message(), "No Command Found");
+  EXPECT_EQ(recordedMessage(), "No Command Found");
 }
 
 TEST_F(OperationFile, EnterClearsTheErrorOfAnEarlierWrite) {
   put("<NOTHING/>");
   EXPECT_EQ(put(enter("<BCOM_WIRELESS/>")), 0);
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(OperationFile, EachCommandOfATestClearsTheErrorRecordItself) {
@@ -245,7 +241,7 @@ TEST_F(OperationFile, EachCommandOfATestClearsTheErrorRecordItself) {
   for (const auto command : {ProcessENTER_TEST, ProcessEXIT_TEST}) {
     FTM_FlgErrorTFTP(0, szWrFail, 0);
     EXPECT_EQ(command(document.get()), 0);
-    EXPECT_EQ(message(), "");
+    EXPECT_EQ(recordedMessage(), "");
   }
 }
 
@@ -296,7 +292,7 @@ TEST_F(OperationFile, ExitEndsLedAndResetSwitchInOrderAndClearsEveryFlag) {
   EXPECT_EQ(unFtmState.usWd, 0);
   EXPECT_EQ(getFtmResetSwTest(), 0);
   EXPECT_THAT(journal(), ElementsAre(gpioRequest(GPIOCTRL_EXITFTM, 100, 99)));
-  EXPECT_EQ(message(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(OperationFile, ExitWithOnlyWirelessActiveRunsNoActionAndClearsTheFlag) {
@@ -325,7 +321,7 @@ TEST_F(OperationFile, ExitElementMissingIsAnInvalidFile) {
   std::string text = "<REBOOT/>";
   const XmlTree document(create_xml_object(text.data()));
   EXPECT_EQ(ProcessEXIT_TEST(document.get()), -1);
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 // System commands.
@@ -354,17 +350,17 @@ TEST_F(OperationFile, RebootWinsOverSafebootBesideIt) {
 TEST_F(OperationFile, ResyncThatFailsIsAFailedWrite) {
   unit().setFault(noAdsl, true);
   EXPECT_EQ(put("<RESYNC/>"), -1);
-  EXPECT_EQ(message(), "Write data failed");
+  EXPECT_EQ(recordedMessage(), "Write data failed");
 }
 
 TEST_F(OperationFile, ASystemCommandLeavesTheMessageOfTheStepBeforeIt) {
   EXPECT_EQ(put("<RESYNC/>"), 0);
-  EXPECT_EQ(message(), "Xml File InValid");
+  EXPECT_EQ(recordedMessage(), "Xml File InValid");
 }
 
 TEST_F(OperationFile, AnUnknownCommandIsNotFound) {
   EXPECT_EQ(put("<RESTART/>"), -1);
-  EXPECT_EQ(message(), "No Command Found");
+  EXPECT_EQ(recordedMessage(), "No Command Found");
   EXPECT_THAT(journal(), IsEmpty());
 }
 
@@ -373,7 +369,7 @@ TEST_F(OperationFile, AnUnknownCommandIsNotFound) {
 TEST_F(OperationFile, ATextWithoutAnElementDoesNotParse) {
   for (const char* text : {"", "REBOOT", "<!-- <REBOOT/>", "<REBOOT", "   "}) {
     EXPECT_EQ(put(text), -1) << text;
-    EXPECT_EQ(message(), "Fail to Create Xml Data Obj") << text;
+    EXPECT_EQ(recordedMessage(), "Fail to Create Xml Data Obj") << text;
   }
   EXPECT_THAT(journal(), IsEmpty());
 }

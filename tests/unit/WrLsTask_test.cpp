@@ -19,6 +19,7 @@
 #include "simulator/clock.h"
 #include "simulator/database.h"
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Handles.h"
@@ -123,11 +124,6 @@ protected:
     return testing::internal::GetCapturedStdout();
   }
 
-  static std::string error() {
-    const ST_TFTP_ERROR* record = FTM_HasErrorTFTP();
-    return record != nullptr ? record->psErrMsg : "";
-  }
-
   static std::string shown(const std::string& element) {
     const char* text = GetElementBody(pstTestModeCfgElmt, ("TEST_CONFIG/BCOM_WIRELESS/" + element).c_str());
     return text != nullptr ? text : "no such element";
@@ -186,7 +182,7 @@ TEST_F(WirelessTest, OtherChannelsAreRefusedAndNothingIsHandedOver) {
     parse("<SSID>earlier</SSID>");
     FTM_ClrErrorTFTP();
     EXPECT_EQ(parse(std::string("<SSID>new</SSID><CHANNEL>") + channel + "</CHANNEL>"), -1) << channel;
-    EXPECT_EQ(error(), szTstUnsp) << channel;
+    EXPECT_EQ(recordedMessage(), szTstUnsp) << channel;
     EXPECT_EQ(iFtmWrLsCmd, eWRLS_IDLE) << channel;
     EXPECT_STREQ(stWlFtm.cSSIDinFtm, "") << channel;
     EXPECT_STREQ(stWlFtm.cChannelFtm, "") << channel;
@@ -212,7 +208,7 @@ TEST_F(WirelessTest, AnSsidOf31CharactersIsAcceptedAndOneOf32Refused) {
   EXPECT_EQ(stWlFtm.cSSIDinFtm, longest);
   EXPECT_EQ(iFtmWrLsCmd, eWRLS_SET_SSID);
   EXPECT_EQ(parse("<SSID>" + longest + "s</SSID>"), -1);
-  EXPECT_EQ(error(), szTstUnsp);
+  EXPECT_EQ(recordedMessage(), szTstUnsp);
   EXPECT_EQ(iFtmWrLsCmd, eWRLS_IDLE);
   EXPECT_STREQ(stWlFtm.cSSIDinFtm, "");
 }
@@ -226,7 +222,7 @@ TEST_F(WirelessTest, OtherChildrenAndThoseWithoutATextAreIgnored) {
   EXPECT_EQ(parse("<MAC_ADDR>x</MAC_ADDR><DOMAIN>y</DOMAIN><CHANNEL></CHANNEL><SSID/><ssid>z</ssid>"), 0);
   EXPECT_EQ(iFtmWrLsCmd, eWRLS_IDLE);
   EXPECT_STREQ(stWlFtm.cSSIDinFtm, "");
-  EXPECT_EQ(error(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(WirelessTest, ASecondRequestReplacesTheFirst) {
@@ -297,7 +293,7 @@ TEST_F(WirelessTest, AMissingRadioIsReportedAndNothingIsRun) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), missingMessage);
   EXPECT_THAT(journal("log"), ElementsAre(missingLog));
   EXPECT_THAT(journal("command"), IsEmpty());
-  EXPECT_EQ(error(), "");
+  EXPECT_EQ(recordedMessage(), "");
 }
 
 TEST_F(WirelessTest, AnOldRadioRunsNothing) {
@@ -322,7 +318,7 @@ TEST_F(WirelessTest, AnUnreadableAdapterTableSkipsTheSetupSilently) {
   testing::internal::CaptureStderr();
   round();
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(error(), "");
+  EXPECT_EQ(recordedMessage(), "");
   EXPECT_THAT(journal("command"), IsEmpty());
   EXPECT_THAT(journal("log"), IsEmpty());
 }
@@ -351,7 +347,7 @@ TEST_F(WirelessTest, FailingCommandsAreNotNoticed) {
   parse("<SSID>bench</SSID><CHANNEL>3</CHANNEL>");
   round();
   EXPECT_EQ(journal("command").size(), 4U);
-  EXPECT_EQ(error(), "");
+  EXPECT_EQ(recordedMessage(), "");
   EXPECT_EQ(iFtmWrLsCmd, eWRLS_IDLE);
 }
 
@@ -466,7 +462,7 @@ TEST_F(WirelessTest, WithoutASessionTheReadBackFailsAndTheTextsStay) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(FtmUpdateWireless(), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to start session\n");
-  EXPECT_EQ(error(), szCrtXmlFail);
+  EXPECT_EQ(recordedMessage(), szCrtXmlFail);
   EXPECT_EQ(GetElementBody(TestModeCfgTree(), "TEST_CONFIG/BCOM_WIRELESS/SSID"), std::string("NA"));
 }
 

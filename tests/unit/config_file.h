@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Tags.h"
@@ -45,7 +46,7 @@ protected:
     FTM_ClrErrorTFTP();
     const std::size_t before = journal().size();
     const int result = operation();
-    return {result, message(), journalFrom(before)};
+    return {result, recordedMessage(), journalFrom(before)};
   }
 
   /// Parses `text` and runs `parser` on its first element.
@@ -59,11 +60,6 @@ protected:
     std::vector<std::string> lines = journal();
     lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(position));
     return lines;
-  }
-
-  static std::string message() {
-    const ST_TFTP_ERROR* error = FTM_HasErrorTFTP();
-    return error == nullptr ? "" : error->psErrMsg;
   }
 
   /// Text of an element of the file's tree, or its attribute: "LED/SINGLE_LED@NUM".
@@ -85,10 +81,7 @@ protected:
   /// What the station is answered to a written document of these sections.
   static std::string answerTo(const std::string& sections) {
     std::string text = "<?xml version=1.0 encoding=UTF-8?><TEST_CONFIG>" + sections + "</TEST_CONFIG>";
-    const ST_TFTP_ERROR* error = putFtmXml(text.data(), szFTM_TestModeCfg);
-    if (error == nullptr)
-      return "ACK";
-    return "ERROR " + std::to_string(error->usErrorCode) + " " + (error->psErrMsg == nullptr ? "" : error->psErrMsg);
+    return answerFor(putFtmXml(text.data(), szFTM_TestModeCfg));
   }
 
 private:

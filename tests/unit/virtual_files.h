@@ -24,8 +24,11 @@ inline std::string writeFile(const char* name, std::string text) {
   return answerFor(putFtmXml(text.data(), name));
 }
 
-/// The message of the error record, "" when it has none.
+/// The message of the error record, "" when it has none; behind its code unless that is 0, the only one that the
+/// service gives.
 inline std::string recordedMessage() {
   const ST_TFTP_ERROR* error = FTM_HasErrorTFTP();
-  return error == nullptr ? "" : error->psErrMsg;
+  if (error == nullptr)
+    return "";
+  return (error->usErrorCode == 0 ? "" : "code " + std::to_string(error->usErrorCode) + ": ") + error->psErrMsg;
 }
