@@ -64,6 +64,7 @@ void Journal::flush() {
 }
 
 void Journal::write() {
+  const auto held = m_database.lock(); // what another thread is writing is committed then
   {
     const std::lock_guard lock(m_mutex);
     if (m_pending.empty())

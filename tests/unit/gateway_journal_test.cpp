@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/board.h"
+#include "simulator/journal.h"
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/unit_folder.h"
 
@@ -96,6 +97,19 @@ TEST_F(GatewayJournal, HoldsRowsOfAllThreads) {
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_EQ(journal().size(), threads.size() * perThread);
+}
+
+TEST_F(GatewayJournalOfAFolder, IsFlushedForOtherProcessesAlsoWhenItIsWritingByItself) {
+  constexpr std::size_t rows = 900;
+  const auto unit = Unit::open(folder());
+  const auto reader = Unit::open(folder());
+  for (std::size_t round = 1; round <= 20; ++round) {
+    for (std::size_t row = 0; row < rows; ++row)
+      unit->record("log", "line");
+    std::this_thread::sleep_for(std::chrono::milliseconds(15 + round)); // about as long as it gathers rows
+    unit->journalBook().flush();
+    ASSERT_EQ(reader->journal(0, "log").size(), round * rows);
+  }
 }
 
 TEST_F(GatewayJournalOfAFolder, TakesAFloodInSecondsAndKeepsTheNewestRows) {
