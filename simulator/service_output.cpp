@@ -131,7 +131,7 @@ void ServiceOutput::relay() {
   while (poll(readable, 2, -1) >= 0 || errno == EINTR) {
     if (readable[1].revents != 0)
       return;
-    std::this_thread::sleep_for(gatheringTime);
+    std::this_thread::sleep_for(gatheringTime); // so that lines are passed on together
     const std::lock_guard lock(m_mutex);
     passOn();
   }

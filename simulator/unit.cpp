@@ -255,7 +255,7 @@ void endWithSupervisor() {
 }
 
 void rebootSoon() {
-  std::this_thread::sleep_for(restartDelay);
+  std::this_thread::sleep_for(restartDelay); // as init takes its time; the service runs on meanwhile
   posixCall([] {
     theUnit().reboot();
     return 0;
