@@ -1,7 +1,9 @@
 """The real clients, each of which makes many transfers in one run: a process is worth many transfers' time."""
 
+import os
 import re
 import subprocess
+import tempfile
 from dataclasses import dataclass
 
 HOST = "127.0.0.1"
@@ -46,9 +48,17 @@ class Client:
         return content
 
     def _process(self, command, text):
-        return subprocess.run(
-            command, input=text, capture_output=True, encoding="latin-1", cwd=self.folder, timeout=RUN_SECONDS
-        )
+        # What a client keeps between its processes goes into a home of their own, and is gone with it.
+        with tempfile.TemporaryDirectory() as home:
+            return subprocess.run(
+                command,
+                input=text,
+                capture_output=True,
+                encoding="latin-1",
+                cwd=self.folder,
+                env={**os.environ, "HOME": home},
+                timeout=RUN_SECONDS,
+            )
 
     def _start(self, transfers, port):
         raise NotImplementedError
@@ -97,7 +107,8 @@ class TftpHpa(Client):
 
 
 class Atftp(Client):
-    """One process reads commands. It tells of errors apart from its prompts, in their order."""
+    """One process reads commands. It tells of errors apart from its prompts, in their order. It keeps its commands as a
+    history and reads all of them at its start, which would take longer with every process."""
 
     name = "atftp"
 
