@@ -112,14 +112,12 @@ TEST_F(GatewayJournalOfAFolder, IsFlushedForOtherProcessesAlsoWhenItIsWritingByI
   }
 }
 
-TEST_F(GatewayJournalOfAFolder, TakesAFloodInSecondsAndKeepsTheNewestRows) {
+TEST_F(GatewayJournalOfAFolder, KeepsTheNewestRowsOfAFlood) {
   constexpr int lines = 200'000;
-  const auto start = std::chrono::steady_clock::now();
   const auto unit = Unit::open(folder());
   for (int line = 0; line < lines; ++line)
     unit->record("log", "debug line " + std::to_string(line));
   const std::vector<JournalRow> rows = unit->journal();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30)); // a few seconds without sanitizers
   ASSERT_EQ(rows.size(), keptRows);
   EXPECT_EQ(rows.front().text, "debug line " + std::to_string(lines - static_cast<int>(keptRows)));
   EXPECT_EQ(rows.back().text, "debug line " + std::to_string(lines - 1));

@@ -8,7 +8,7 @@ wrap(FTM_Task_test pthread_create socket bind recvfrom calloc board_cond_timedwa
 unit_test(TFTPops_test)
 
 unit_test(TFTPserver_test)
-wrap(TFTPserver_test calloc
+wrap(TFTPserver_test calloc board_cond_timedwait
   _Z9getFtmXmlPKcPP13ST_TFTP_ERROR
   _Z9putFtmXmlPcPKc
   _Z14DISC_dataFirstP20ST_DISC_CHAN_ATTRIBS

@@ -9,7 +9,7 @@ function(unit_test name)
   target_link_libraries(${name} PRIVATE ftm_service ${UNIT_TEST_PLATFORM} GTest::gmock_main ${ARGN})
   if(CMAKE_CROSSCOMPILING) # under an emulator the start of a program takes longer than its tests
     add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 900)
   else()
     gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
   endif()
