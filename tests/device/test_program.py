@@ -45,9 +45,20 @@ def test_is_loaded_at_a_random_address(described):
     assert re.search(r"\(FLAGS_1\).*\bPIE\b", described)
 
 
+def sections_of(described, name):
+    """The sections that a segment holds."""
+    kinds = re.findall(r"^\s+([A-Z_]+)\s+(?:0x[0-9a-f]+\s+){5}", described, re.MULTILINE)
+    return re.search(rf"^\s+{kinds.index(name):02}\s(.*)$", described, re.MULTILINE)[1].split()
+
+
 def test_addresses_of_functions_are_read_only(described):
     assert segment(described, "GNU_RELRO") == "R"
     assert re.search(r"\(FLAGS\).*\bBIND_NOW\b", described)
+    read_only = sections_of(described, "GNU_RELRO")
+    assert ".data.rel.ro" in read_only
+    # The linker of MIPS leaves this table writable.
+    is_mips = re.search(r"^\s+Machine:\s+MIPS", described, re.MULTILINE) is not None
+    assert (".got" in read_only) is not is_mips
 
 
 def test_stack_and_code_are_not_both_written_and_run(described):

@@ -130,7 +130,7 @@ namespace {
 bool writeBufferFails;
 bool waitsAreEndless; // nothing but an arrival ends them
 int endlessWaits;
-}
+} // namespace
 
 void* wrap_calloc(std::size_t count, std::size_t size) {
   return writeBufferFails && size > 8000 ? nullptr : real_calloc(count, size);
