@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,10 +20,11 @@ using testing::IsEmpty;
 namespace {
 
 int lostColumn = -1; ///< of a table that is read; the store then has no cells in it
+bool isFormattingFailing = false;
 
-}
+} // namespace
 
-// The linker puts this in front of the store's function.
+// The linker puts these in front of the store's and the library's functions.
 int real_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, const char* sourceFile,
                   const char* function, int line) asm("__real_cl_cfg_getTable");
 int wrap_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, const char* sourceFile,
@@ -34,6 +37,18 @@ int wrap_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, con
     for (int row = 1; row <= (*snapshot)->nRows; ++row)
       (*snapshot)->aszCells[row * (*snapshot)->nCols + lostColumn] = nullptr;
   return result;
+}
+
+int wrap_snprintf(char* text, std::size_t size, const char* format, ...) asm("__wrap_snprintf");
+
+int wrap_snprintf(char* text, std::size_t size, const char* format, ...) {
+  if (isFormattingFailing)
+    return -1;
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(text, size, format, arguments);
+  va_end(arguments);
+  return length;
 }
 
 namespace {
@@ -205,6 +220,13 @@ TEST_F(Dsl, CircuitThatLacksAPartIsNone) {
   EXPECT_EQ(circuit(), "1.0.35");
 }
 
+TEST_F(Dsl, CircuitThatCannotBeFormattedIsNone) {
+  isFormattingFailing = true;
+  const std::string result = circuit();
+  isFormattingFailing = false;
+  EXPECT_EQ(result, "none");
+}
+
 TEST_F(Dsl, CircuitWithoutASessionIsReported) {
   unit().setFault(noSession, true);
   EXPECT_EQ(circuit(), "none");
@@ -287,6 +309,15 @@ TEST_F(Dsl, ChangeRunsTheLongestCommandAndNothingOfALongerOne) {
   EXPECT_EQ(change("8", longestVci + "6"), -1);
   EXPECT_EQ(recordedMessage(), "Write data failed");
   EXPECT_EQ(journal("command").size(), commands);
+}
+
+TEST_F(Dsl, ChangeRunsNothingWhenItsCommandCannotBeFormatted) {
+  isFormattingFailing = true;
+  const int result = change("8", "36");
+  isFormattingFailing = false;
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(recordedMessage(), "Write data failed");
+  EXPECT_THAT(journal("command"), IsEmpty());
 }
 
 // Pair and mode.

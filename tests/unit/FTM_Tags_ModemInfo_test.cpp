@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <random>
 
 #include "simulator/database.h"
@@ -26,6 +27,8 @@ enum class Dump { works, fails, fallsShort };
 Dump dump = Dump::works;
 
 std::size_t mostMemory = SIZE_MAX; ///< bytes that can be allocated at once
+
+std::optional<std::string> parsedInstead; ///< the document that the parser takes any for
 
 class ModemInfo : public BenchUnit {
 protected:
@@ -113,6 +116,16 @@ int wrap_DumpToXML(const ST_XML_ELEMENT* element, char* buffer, unsigned long si
   const unsigned long room = dump == Dump::fallsShort ? size - 1 : size;
   const int result = real_DumpToXML(element, buffer, room, written, readable, print, level);
   return dump == Dump::fails ? -1 : result;
+}
+
+ST_XML_ELEMENT* real_create_xml_object(char* text) asm("__real__Z17create_xml_objectPc");
+ST_XML_ELEMENT* wrap_create_xml_object(char* text) asm("__wrap__Z17create_xml_objectPc");
+
+ST_XML_ELEMENT* wrap_create_xml_object(char* text) {
+  if (!parsedInstead)
+    return real_create_xml_object(text);
+  std::string other = *parsedInstead;
+  return real_create_xml_object(other.data());
 }
 
 extern "C" void* __real_malloc(std::size_t size);
@@ -338,6 +351,22 @@ TEST_F(ModemInfo, ReadFailsWhenATextIsStillThere) {
   EXPECT_STREQ(text, "an earlier text");
   EXPECT_EQ(recordedMessage(), "Fail to Create Xml File");
   std::free(text);
+}
+
+TEST_F(ModemInfo, ReadWhoseDefaultsCannotBeParsedIsRefused) {
+  parsedInstead = "";
+  const std::string answer = get();
+  parsedInstead.reset();
+  EXPECT_EQ(answer, "ERROR 0 Fail to Create Xml Data Obj");
+  EXPECT_EQ(pOFileMIF, nullptr);
+}
+
+TEST_F(ModemInfo, ReadWhoseDefaultsAreOfAnotherElementServesThemAndLeavesTheStoreAlone) {
+  parsedInstead = "<OTHER><SERIAL_NUM>old</SERIAL_NUM></OTHER>";
+  const std::string answer = get();
+  parsedInstead.reset();
+  EXPECT_EQ(answer, "  <OTHER>\r\n" + element("SERIAL_NUM", "old") + "  </OTHER>\r\n");
+  EXPECT_THAT(storeCalls, IsEmpty());
 }
 
 // Making a file of a tree.

@@ -16,12 +16,17 @@
 
 namespace {
 int reportedPair; // what the DSL part reports; the points of the board know no pair 2
-}
+int reportedReady = 1;
+} // namespace
 
 extern "C" int __wrap__Z18TRANCVR_FtmApStatsPiS_(int* pair, int* mode) {
   *pair = reportedPair;
   *mode = 2; // no such mode: it does not count here
   return 0;
+}
+
+extern "C" int __wrap__Z20WANM_FTMReadyForDatav() {
+  return reportedReady;
 }
 
 namespace {
@@ -299,6 +304,15 @@ TEST_F(StatisticsFiles, LineIsReadyOnlyDuringTheThroughputTest) {
   EXPECT_EQ(text("DSL/READY_STATUS"), "READY");
   unFtmState.usWd = static_cast<std::uint16_t>(~throughputTestMask);
   readStatistics();
+  EXPECT_EQ(text("DSL/READY_STATUS"), "NOT_READY");
+}
+
+TEST_F(StatisticsFiles, LineThatIsNotReadyForDataIsNotReadyInTheThroughputTestEither) {
+  fillEverything();
+  unFtmState.usWd = throughputTestMask;
+  reportedReady = 0;
+  readStatistics();
+  reportedReady = 1;
   EXPECT_EQ(text("DSL/READY_STATUS"), "NOT_READY");
 }
 

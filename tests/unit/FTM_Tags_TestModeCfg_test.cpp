@@ -16,6 +16,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 Lines refreshes; ///< what a read has refreshed, in order
+int reportedReady = 1;
 
 } // namespace
 
@@ -33,6 +34,11 @@ NOTE_REFRESH(_Z17FtmUpdPSD_SETTINGv, "PSD", (), ())
 NOTE_REFRESH(_Z18TRANCVR_FtmApStatsPiS_, "pair", (int* pair, int* mode), (pair, mode))
 NOTE_REFRESH(_Z17FtmUpdateWirelessv, "radio", (), ())
 NOTE_REFRESH(_Z12FtmUpdateUSBv, "USB", (), ())
+
+extern "C" int __wrap__Z20WANM_FTMReadyForDatav();
+extern "C" int __wrap__Z20WANM_FTMReadyForDatav() {
+  return reportedReady;
+}
 
 extern "C" void __real__Z20FtmUpdLedsAndButtonsv();
 extern "C" void __wrap__Z20FtmUpdLedsAndButtonsv();
@@ -188,6 +194,14 @@ TEST_F(TestModeCfg, ReadShowsReadyOnlyDuringTheThroughputTest) {
   EXPECT_EQ(readBack("THROUGHPUT/READY_STATUS"), "NOT_READY");
   unFtmState.usWd = throughputTestMask;
   EXPECT_EQ(readBack("THROUGHPUT/READY_STATUS"), "READY");
+}
+
+TEST_F(TestModeCfg, ReadShowsALineThatIsNotReadyForDataAsNotReady) {
+  unFtmState.usWd = throughputTestMask;
+  reportedReady = 0;
+  const std::string status = readBack("THROUGHPUT/READY_STATUS");
+  reportedReady = 1;
+  EXPECT_EQ(status, "NOT_READY");
 }
 
 TEST_F(TestModeCfg, ReadShowsTheStoresCircuit) {

@@ -19,6 +19,7 @@ namespace {
 
 /// What the service has freed, in order. Never destroyed: what runs after main() frees memory, too.
 auto& released = *new std::vector<const void*>;
+bool isParsedListEmptied = false;
 std::vector<int> resetSwitchTestAtIoctl; ///< whether that test was on at each request to a driver
 
 } // namespace
@@ -36,6 +37,17 @@ extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* a
 extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument) {
   resetSwitchTestAtIoctl.push_back(getFtmResetSwTest());
   return __real_board_ioctl(descriptor, request, argument);
+}
+
+ST_XML_ELEMENT* real_create_xml_object(char* text) asm("__real__Z17create_xml_objectPc");
+ST_XML_ELEMENT* wrap_create_xml_object(char* text) asm("__wrap__Z17create_xml_objectPc");
+
+// The parser itself makes no list before there is an element for it.
+ST_XML_ELEMENT* wrap_create_xml_object(char* text) {
+  ST_XML_ELEMENT* const document = real_create_xml_object(text);
+  while (isParsedListEmptied && GetElements(document)[0] != nullptr)
+    RemoveElements(document, GetTag(GetElements(document)[0]));
+  return document;
 }
 
 namespace {
@@ -365,6 +377,15 @@ TEST_F(OperationFile, AnUnknownCommandIsNotFound) {
 }
 
 // Texts that hold no document.
+
+TEST_F(OperationFile, ADocumentWithAnEmptiedListOfElementsDoesNotParse) {
+  isParsedListEmptied = true;
+  const int status = put("<REBOOT/>");
+  isParsedListEmptied = false;
+  EXPECT_EQ(status, -1);
+  EXPECT_EQ(recordedMessage(), "Fail to Create Xml Data Obj");
+  EXPECT_THAT(journal(), IsEmpty());
+}
 
 TEST_F(OperationFile, ATextWithoutAnElementDoesNotParse) {
   for (const char* text : {"", "REBOOT", "<!-- <REBOOT/>", "<REBOOT", "   "}) {

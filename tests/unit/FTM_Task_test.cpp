@@ -49,6 +49,7 @@ struct Kernel {
   ssize_t received = -1;
   bool outOfMemory = false;
   int waits = 0;
+  bool hasNoSlot = false; ///< for any client
 };
 Kernel kernel;
 
@@ -95,6 +96,10 @@ int wrap_cfg_listenSubject(void*, const char*) asm("__wrap_cfg_listenSubject");
 int wrap_cfg_sendMsg(void*, const char*, const char*) asm("__wrap_cfg_sendMsg");
 int wrap_cl_cfg_service(void*, const char*, const char*, int) asm("__wrap_cl_cfg_service");
 void wrap_FtmClear4PortStat() asm("__wrap__Z17FtmClear4PortStatv");
+stMgmtUtilClientInfo* real_GetClientConnection(const void*, std::size_t,
+                                               sockaddr_in) asm("__real_" GET_CLIENT_CONNECTION);
+stMgmtUtilClientInfo* wrap_GetClientConnection(const void*, std::size_t,
+                                               sockaddr_in) asm("__wrap_" GET_CLIENT_CONNECTION);
 }
 
 int wrap_pthread_create(pthread_t* id, const pthread_attr_t* attributes, ThreadBody body, void* argument) {
@@ -143,6 +148,10 @@ int wrap_board_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
 
 void wrap_FtmClear4PortStat() {
   step("clear the four-port counters");
+}
+
+stMgmtUtilClientInfo* wrap_GetClientConnection(const void* datagram, std::size_t length, sockaddr_in sender) {
+  return kernel.hasNoSlot ? nullptr : real_GetClientConnection(datagram, length, sender);
 }
 
 void* wrap_cfg_startSession(int role, const char*) {
@@ -556,6 +565,14 @@ TEST_F(FTM_Task, AReceivedDatagramIsQueuedAndItsSenderGetsTheReplies) {
   EXPECT_EQ(pClient, &g_CurrentConnections[1]);
   EXPECT_EQ(g_CurrentConnections[1].ClientAddr.sin_port, secondStation.address().sin_port);
   EXPECT_EQ(taken(), "hello");
+}
+
+TEST_F(FTM_Task, ADatagramOfASenderWithoutASlotIsLostAndNobodyGetsTheReplies) {
+  kernel.hasNoSlot = true;
+  secondStation.sendTo(server, "hello");
+  FtmReceive();
+  EXPECT_EQ(pClient, nullptr);
+  EXPECT_EQ(taken(), "");
 }
 
 TEST_F(FTM_Task, DatagramsOfAllSendersShareOneQueue) {

@@ -1,8 +1,15 @@
 # The tests that need no database: they run on the bench of the gateway's build, too.
 unit_test(FTM_Task_test)
+# std::size_t, a part of the name, is another type with 32 bits.
+if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+  set(GET_CLIENT_CONNECTION _Z19GetClientConnectionPKvm11sockaddr_in)
+else()
+  set(GET_CLIENT_CONNECTION _Z19GetClientConnectionPKvj11sockaddr_in)
+endif()
+target_compile_definitions(FTM_Task_test PRIVATE GET_CLIENT_CONNECTION="${GET_CLIENT_CONNECTION}")
 wrap(FTM_Task_test pthread_create socket bind recvfrom calloc board_cond_timedwait
   cfg_startSession cfg_setListen cfg_listenSubject cfg_sendMsg cl_cfg_service
-  _Z17FtmClear4PortStatv
+  _Z17FtmClear4PortStatv ${GET_CLIENT_CONNECTION}
 )
 
 unit_test(TFTPops_test)
