@@ -119,7 +119,8 @@ class Soak:
         a client takes for a success has to be one."""
         client = self.generator.choice(self.clients)
         possible = {self.model.document(MODEM_INFO)}
-        with mischief.Proxy(self.generator) as proxy:
+        # Of its own, because the proxy draws for each datagram, of which there may be more or fewer.
+        with mischief.Proxy(random.Random(self.generator.random())) as proxy:
             proxy.losses = int(loses)
             for _ in range(PROXIED_RUN):
                 possible = self._run_one_proxied(client, proxy.port, possible)

@@ -20,6 +20,7 @@ KILLS = int(os.environ.get("KILLS", "12"))
 SEED = int(os.environ.get("SEED", "9"))
 FIELDS = ("MODEL_NUM", "SERIAL_NUM", "MAC_ADDR", "PROD_DATE", "PROD_REV", "E_164")
 PATIENCE = 60.0
+MOST_MORE = 100
 
 
 def production_data(number):
@@ -215,14 +216,14 @@ def kill_in_a_write(bench, number, stepper):
 
 
 def kill_many(bench, count, generator):
-    """Kills in so many writes, and in more until some came before a commit and some behind one."""
+    """Kills in so many writes, and in up to MOST_MORE others until some came before a commit and some behind one."""
     figures = Counter()
     stepper = Stepper(generator)
     with Station(timeout=PATIENCE) as station:
         station.write(MODEM_INFO, document(production_data(0)))
     before = production_data(0)
     number = 0
-    while number < count or (min(figures["old"], figures["new"]) == 0 and number < count + 100):
+    while number < count or (min(figures["old"], figures["new"]) == 0 and number < count + MOST_MORE):
         number += 1
         found, after = kill_in_a_write(bench, number, stepper)
         now = read_back()
