@@ -7,6 +7,7 @@
 #include "simulator/board_calls.h"
 #include "simulator/clock.h"
 #include "simulator/database.h"
+#include "simulator/store/tables.h"
 #include "tests/fuzz/fuzz.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
@@ -18,6 +19,7 @@
 namespace {
 
 gateway::Database::Version factoryVersion;
+std::vector<std::string> commandsAskedFor;
 
 std::FILE* silentStream() {
   std::FILE* const stream = std::fopen("/dev/null", "w");
@@ -94,6 +96,23 @@ fuzz::FreshUnit::~FreshUnit() {
   require(gateway::openDescriptors() == 0, "every device is closed");
   forgetService();
   restoreUnit();
+  commandsAskedFor.clear();
+}
+
+const std::vector<std::string>& fuzz::commands() {
+  return commandsAskedFor;
+}
+
+fuzz::StoreCells fuzz::storeCells() {
+  StoreCells cells;
+  gateway::Tables& tables = FreshUnit::unit().tables();
+  for (const gateway::StoreTable& table : gateway::storeTables()) {
+    const int columns = static_cast<int>(tables.columns(table).size());
+    for (int row = 0; row < tables.rows(table); ++row)
+      for (int column = 0; column < columns; ++column)
+        cells[{table.name, row, column}] = tables.cell(table, row, column).value_or("");
+  }
+  return cells;
 }
 
 std::string fuzz::readFile(const char* name) {
@@ -125,8 +144,11 @@ int wrap_unlink(const char* path) asm("__wrap_board_unlink");
 void wrap_record(gateway::Unit* unit, std::string_view kind, std::string_view text) asm(
     "__wrap__ZN7gateway4Unit6recordESt17basic_string_viewIcSt11char_traitsIcEES4_");
 
-pid_t wrap_spawn(const char*, char* const[], char* const[]) {
+pid_t wrap_spawn(const char*, char* const argv[], char* const[]) {
   constexpr pid_t nobody = 1 << 30;
+  std::string& command = commandsAskedFor.emplace_back();
+  for (; *argv != nullptr; ++argv)
+    command.append(command.empty() ? "" : " ").append(*argv);
   return nobody;
 }
 
@@ -135,7 +157,8 @@ pid_t wrap_waitpid(pid_t pid, int* status, int) {
   return pid;
 }
 
-int wrap_system(const char*) {
+int wrap_system(const char* command) {
+  commandsAskedFor.emplace_back(command);
   return 0;
 }
 

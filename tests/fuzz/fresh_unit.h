@@ -1,8 +1,11 @@
 #pragma once
 // The unit and the service's files as every input finds them.
 
+#include <map>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <vector>
 
 #include "simulator/unit.h"
 
@@ -20,6 +23,15 @@ public:
 
   static gateway::Unit& unit() { return gateway::theUnit(); }
 };
+
+/// The commands that the service has asked for since the unit was made fresh.
+const std::vector<std::string>& commands();
+
+/// Texts of the store's cells by table, row and column.
+using StoreCells = std::map<std::tuple<std::string_view, int, int>, std::string>;
+
+/// All that is in the store now.
+StoreCells storeCells();
 
 /// The text of a read of a virtual file; empty when it is refused.
 std::string readFile(const char* name);
