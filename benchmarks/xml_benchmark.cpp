@@ -9,70 +9,12 @@
 #include <string>
 #include <string_view>
 
+#include "userapps/FTM/FTM_Tags.h"
 #include "userapps/FTM/xml_parser.h"
 
 namespace {
 
-// clang-format off
-constexpr char document[] =
-    "<?xml version=1.0 encoding=UTF-8?>"
-    "<FTM_STATS>"
-    "  <ETHERNET>"
-    "     <ETH_DISCARD_IN> 0 </ETH_DISCARD_IN>"
-    "     <ETH_DISCARD_OUT> 0 </ETH_DISCARD_OUT>"
-    "     <ETH_IN> 0 </ETH_IN>"
-    "     <ETH_OUT> 0  </ETH_OUT>"
-    "  </ETHERNET>"
-    "  <ATM>"
-    "     <ATM_DISCARD_IN> 0 </ATM_DISCARD_IN>"
-    "     <ATM_DISCARD_OUT> 0 </ATM_DISCARD_OUT>"
-    "     <ATM_IN> 0 </ATM_IN>"
-    "     <ATM_OUT> 0 </ATM_OUT>"
-    "     <VC_CHAN_NUM> 1"
-    "        <VC_VPI> 1 </VC_VPI>"
-    "       <VC_VCI> 1 </VC_VCI>"
-    "     </VC_CHAN_NUM>"
-    "  </ATM>"
-    "  <DSL>"
-    "     <DSL_ACTIVITY_DOWNSTREAM> 1 </DSL_ACTIVITY_DOWNSTREAM>"
-    "     <DSL_ACTIVITY_UPTREAM> 1 </DSL_ACTIVITY_UPTREAM>"
-    "     <DSL_FEC_DOWNSTREAM> 1 </DSL_FEC_DOWNSTREAM>"
-    "     <DSL_FEC_UPSTREAM> 1 </DSL_FEC_UPSTREAM>"
-    "     <DSL_CRC_DOWNSTREAM> 1 </DSL_CRC_DOWNSTREAM>"
-    "     <DSL_CRC_UPSTREAM> 1 </DSL_CRC_UPSTREAM>"
-    "     <DSL_HEC_DOWNSTREAM> 1 </DSL_HEC_DOWNSTREAM>"
-    "     <DSL_HEC_UPSTREAM> 1 </DSL_HEC_UPSTREAM>"
-    "     <DSL_ATTEN_DOWNSTREAM> 1 </DSL_ATTEN_DOWNSTREAM>"
-    "     <DSL_ATTEN_UPSTREAM> 1 </DSL_ATTEN_UPSTREAM>"
-    "     <DSL_MARGIN_DOWNSTREAM> 1 </DSL_MARGIN_DOWNSTREAM>"
-    "     <DSL_MARGIN_UPSTREAM> 1 </DSL_MARGIN_UPSTREAM>"
-    "     <DSL_SPEED_DOWNSTREAM> 1 </DSL_SPEED_DOWNSTREAM>"
-    "     <DSL_SPEED_UPSTREAM> 1 </DSL_SPEED_UPSTREAM>"
-    "     <DSL_POWER_DOWNSTREAM> 1 </DSL_POWER_DOWNSTREAM>"
-    "     <SIGNAL_LOSS> 1 </SIGNAL_LOSS>"
-    "     <READY_STATUS> READY </READY_STATUS>"
-    "     <DSL_STATE> DOWN </DSL_STATE>"
-    "  </DSL>"
-    "  <BCOM_WIRELESS>"
-    "     <WIRE_TXBYTES> NA </WIRE_TXBYTES>"
-    "     <WIRE_TXPACKETS> NA </WIRE_TXPACKETS>"
-    "     <WIRE_TXERRORS> NA </WIRE_TXERRORS>"
-    "     <WIRE_TXDROPS> NA </WIRE_TXDROPS>"
-    "     <WIRE_RXBYTES> NA </WIRE_RXBYTES>"
-    "     <WIRE_RXPACKETS> NA </WIRE_RXPACKETS>"
-    "     <WIRE_RXERRORS> NA </WIRE_RXERRORS>"
-    "     <WIRE_RXDROPS> NA </WIRE_RXDROPS>"
-    "     <WIRE_STATIONS> NA </WIRE_STATIONS>"
-    "  </BCOM_WIRELESS>"
-    "  <FLASH>"
-    "     <DEV_TYPE> OK </DEV_TYPE>"
-    "     <WRITE> OK </WRITE>"
-    "     <ERASE> OK </ERASE>"
-    "     <CORRUPT_FILE> NO </CORRUPT_FILE>"
-    "     <FILE_CRC_ERROR> NO </FILE_CRC_ERROR>"
-    "  </FLASH>"
-    "</FTM_STATS>";
-// clang-format on
+constexpr const auto& document = statisticsTemplate;
 
 bool isComplete(std::string_view result) {
   return result.rfind("</FTM_STATS>") != std::string_view::npos;

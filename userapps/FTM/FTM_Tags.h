@@ -164,6 +164,9 @@ int TFTP_processGetStats4port(char** ppOutFile, unsigned long* pOutSize);
 /// Serialises the file into pOFilePROG and returns it, or null.
 char* TFTP_processGetProgress();
 
+/// The statistics file before it has values.
+extern const char statisticsTemplate[1915];
+
 /// Build the trees from their templates. The caller owns them.
 ST_XML_ELEMENT* CreateFtmStatisticsXml();
 ST_XML_ELEMENT* CreateFtmStats4portXml();
