@@ -65,9 +65,11 @@ public:
   Read() = default;
   explicit Read(const char* text) : m_isAnswered(text != nullptr), m_text(text != nullptr ? text : "") {}
 
+  bool isNext(std::uint16_t number) const { return number == static_cast<std::uint16_t>(m_sent + 1); }
+
   void takeBlock(std::uint16_t number, std::string_view block) {
     fuzz::require(m_isAnswered, "only a file that there is has blocks");
-    if (number == static_cast<std::uint16_t>(m_sent + 1))
+    if (isNext(number))
       ++m_sent;
     fuzz::require(m_sent > 0 && number == static_cast<std::uint16_t>(m_sent), "a block is the next one, or the same");
     fuzz::require(
@@ -86,9 +88,15 @@ class Taken {
 public:
   void take(std::string_view datagram) {
     m_opcode = wordAt(datagram, 0);
-    m_isBlock = false;
-    if (m_opcode == eDATA && datagram.size() >= tftpHeaderSize)
-      takeBlock({wordAt(datagram, sizeof(std::uint16_t)), datagram.size() < tftpHeaderSize + tftpBlockSize});
+    m_number = wordAt(datagram, sizeof(std::uint16_t));
+    m_isBlock = m_opcode == eDATA && datagram.size() >= tftpHeaderSize;
+    if (m_isBlock)
+      m_before = std::exchange(m_last, {m_number, datagram.size() < tftpHeaderSize + tftpBlockSize});
+  }
+
+  /// The first block answers a request to read, each other one the acknowledgement of the one before it.
+  bool maySend(std::uint16_t number) const {
+    return number == 1 ? m_opcode == eRRQ : m_opcode == eACK && m_number == static_cast<std::uint16_t>(number - 1);
   }
 
   /// A request to write is acknowledged with 0, a block with its number. Behind the end of a write any data may be the
@@ -108,13 +116,9 @@ private:
     bool isLast; ///< shorter than a full one
   };
 
-  void takeBlock(Block block) {
-    m_before = std::exchange(m_last, block);
-    m_isBlock = true;
-  }
-
   std::uint16_t m_opcode = 0; ///< of the newest datagram
-  bool m_isBlock = false;     ///< which is a whole block
+  std::uint16_t m_number = 0; ///< of its block, if it has one
+  bool m_isBlock = false;     ///< whether it is a block
   Block m_last{};
   Block m_before{};
 };
@@ -162,6 +166,8 @@ public:
     ++m_answered;
     switch (m_last.opcode) {
     case eDATA:
+      fuzz::require(!m_read.isNext(m_last.number) || m_taken.maySend(m_last.number),
+                    "a block follows the acknowledgement of the one before");
       return m_read.takeBlock(m_last.number, m_last.text);
     case eACK:
       return fuzz::require(m_last.text.empty() && m_taken.mayAcknowledge(m_last.number),
