@@ -8,6 +8,7 @@ database, or behind the acknowledgement.
 import contextlib
 import os
 import random
+import select
 import signal
 import struct
 import time
@@ -165,7 +166,9 @@ class Stepper:
 
 def kill_unit(bench, generator):
     """The supervisor and, in either order, the service."""
-    pids = generator.sample([bench.service_pid(), bench.process.pid], k=2)
+    service = bench.service_pid()
+    pids = generator.sample([service, bench.process.pid], k=2)
+    service_end = os.pidfd_open(service)
 
     def kill():
         for pid in pids:
@@ -173,6 +176,9 @@ def kill_unit(bench, generator):
                 os.kill(pid, signal.SIGKILL)
 
     def revive():
+        # Which may come later than the supervisor's, and gives the port back.
+        assert select.select([service_end], [], [], PATIENCE)[0], "the killed service goes on"
+        os.close(service_end)
         bench.wait_end()
         bench.start()
 
