@@ -157,11 +157,12 @@ WRAP(int, board_cond_timedwait, (pthread_cond_t * condition, pthread_mutex_t* mu
               [&] { return real_board_cond_timedwait(condition, mutex, deadline); });
 }
 
+// The same for a sleep.
 WRAP(int, board_usleep, (useconds_t microseconds)) {
-  const calls::Outside outside;
-  return real_board_usleep(microseconds);
+  return call("board_usleep", nullptr, -1, [&] { return real_board_usleep(microseconds); });
 }
 
+// The clock always gives the time.
 WRAP(int, board_clock_gettime, (timespec * now)) {
   const calls::Outside outside;
   return real_board_clock_gettime(now);
@@ -266,6 +267,11 @@ WRAP(int, cfg_listenSubject, (void* session, const char* subject)) {
 WRAP(int, cfg_sendMsg, (void* session, const char* subject, const char* body)) {
   return call("cfg_sendMsg", nullptr, static_cast<int>(CFG_ERR_COMM),
               [&] { return real_cfg_sendMsg(session, subject, body); });
+}
+
+WRAP(int, cl_cfg_service, (void* session, const char* file, const char* function, int line)) {
+  return call("cl_cfg_service", nullptr, static_cast<int>(CFG_ERR_COMM),
+              [&] { return real_cl_cfg_service(session, file, function, line); });
 }
 
 WRAP(int, ParseIniFile, (stMgmtUtilClientInfo * client, int* rebootFlag, int* resetFlag, int options)) {

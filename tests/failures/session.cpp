@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/board.h"
 #include "simulator/clock.h"
 #include "simulator/unit.h"
 #include "tests/failures/calls.h"
@@ -33,14 +34,15 @@ unsigned int wordAt(std::string_view packet, std::size_t at) {
 /// A station that answers each packet as it should, and asks again when it hears nothing.
 class Station {
 public:
-  std::string read(std::string_view name) {
+  Answer read(std::string_view name) {
     m_file.clear();
-    return ask(eRRQ, name);
+    std::string answer = ask(eRRQ, name);
+    return {.text = std::move(answer), .file = std::move(m_received)};
   }
 
-  std::string write(std::string_view name, std::string_view text) {
+  Answer write(std::string_view name, std::string_view text) {
     m_file = text;
-    return ask(eWRQ, name);
+    return {.text = ask(eWRQ, name), .file = {}};
   }
 
   void take(std::string_view packet) {
@@ -52,9 +54,7 @@ public:
       m_answer = packet.size() > 5 ? packet.substr(4, packet.size() - 5) : withoutMessage;
       return;
     case eDATA:
-      if (packet.size() < maxDatagram)
-        m_answer = served;
-      return sendSoon(wire(eACK) + wire(number));
+      return takeBlock(number, packet.substr(4));
     default:
       return takeAcknowledgement(number);
     }
@@ -64,6 +64,8 @@ private:
   std::string ask(unsigned int opcode, std::string_view name) {
     m_answer.clear();
     for (int attempt = 0; attempt < mostAttempts && m_answer.empty(); ++attempt) {
+      m_received.clear();
+      m_blocks = 0;
       sendSoon(wire(opcode).append(name).append(1, '\0').append("octet").append(1, '\0'));
       serve();
     }
@@ -75,6 +77,18 @@ private:
     do
       TftpTaskRound(m_state);
     while (pstTFTPPacket.load() != nullptr);
+  }
+
+  void takeBlock(unsigned int number, std::string_view block) {
+    if (number == m_blocks + 1) {
+      ++m_blocks;
+      m_received.append(block);
+    }
+    if (block.size() < tftpBlockSize) {
+      m_answer = served;
+      m_received.resize(std::min(m_received.find('\0'), m_received.size()));
+    }
+    sendSoon(wire(eACK) + wire(number));
   }
 
   void takeAcknowledgement(unsigned int number) {
@@ -94,7 +108,9 @@ private:
     });
   }
 
-  std::string m_file;
+  std::string m_file; // that it writes
+  std::string m_received;
+  unsigned int m_blocks = 0; // of which that is
   std::string m_answer;
   TftpTaskState m_state;
 };
@@ -109,34 +125,45 @@ void connectStation() {
   pClient = GetClientConnection(nullptr, 0, address);
 }
 
-std::string startUp() {
+Answer startUp() {
   {
     const calls::InService inService;
     FtmStartUp();
   }
   connectStation();
-  return std::string(done);
+  return {.text = std::string(done), .file = {}};
 }
 
 template <void (*operation)()>
-std::string doing() {
+Answer doing() {
   const calls::InService inService;
   operation();
-  return std::string(done);
+  return {.text = std::string(done), .file = {}};
 }
 
-std::string shutDown() {
+/// Nobody asks for anything: the line trains.
+Answer pause() {
+  board_usleep(60'000'000);
+  return {.text = std::string(done), .file = {}};
+}
+
+/// The wait itself has no end: the gateway gives up in its place.
+Answer shutDown() {
+  constexpr std::int64_t patienceMs = 60'000;
+  static bool hasGivenUp = false; // may be set after the step, when it doesn't matter any more
+  gateway::clock::at(gateway::clock::nowMs() + patienceMs, [] { hasGivenUp = bNESDShutdownComplete = true; });
   const calls::InService inService;
   setNEShutdown();
-  return std::string(done);
+  waitForNEShutdown();
+  return {.text = std::string(hasGivenUp ? unheard : done), .file = {}};
 }
 
 Step reading(const char* name) {
-  return {name, [name] { return station.read(name); }};
+  return {name, served, [name] { return station.read(name); }};
 }
 
 Step writing(const char* what, const char* name, std::string text) {
-  return {what, [name, text = std::move(text)] { return station.write(name, text); }};
+  return {what, taken, [name, text = std::move(text)] { return station.write(name, text); }};
 }
 
 std::string productionFile(const std::string& value) {
@@ -155,9 +182,9 @@ std::string entering(const std::string& test) {
 }
 
 std::vector<Step> allSteps() {
-  const Step wirelessRound = {"wireless task", doing<WrLsTaskRound>};
+  const Step wirelessRound = {"wireless task", done, doing<WrLsTaskRound>};
   return {
-      {"start-up", startUp},
+      {"start-up", done, startUp},
       reading(szFTM_ModemInfo),
       writing("write production data", szFTM_ModemInfo, productionFile("first")),
       reading(szFTM_ModemInfo),
@@ -202,8 +229,13 @@ std::vector<Step> allSteps() {
       writing("reboot into safe boot", szFTM_TestModeOp, "<REBOOT_TO_SAFEBOOT/>"),
       writing("write production data", szFTM_ModemInfo, productionFile("second")),
       reading(szFTM_ModemInfo),
-      {"ageing", doing<ClientAgeTick>},
-      {"shut down", shutDown},
+      {"pause", done, pause},
+      reading(szFTM_TestModeOp),
+      reading(szFTM_TestModeCfg),
+      reading(szFTM_Statistics),
+      reading(szFTM_Stats4port),
+      {"ageing", done, doing<ClientAgeTick>},
+      {"shut down", done, shutDown},
   };
 }
 
@@ -219,7 +251,7 @@ void arrives(std::string_view packet) {
 }
 
 std::string lastAnswer() {
-  return station.read(szFTM_Progress);
+  return station.read(szFTM_Progress).text;
 }
 
 std::string productionData() {

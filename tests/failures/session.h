@@ -8,10 +8,17 @@
 
 namespace session {
 
+/// What the station gets.
+struct Answer {
+  std::string text; ///< that of a refusal, or one of those below
+  std::string file; ///< what it is served
+};
+
 /// One thing that is asked of the service.
 struct Step {
   const char* name;
-  std::function<std::string()> run; ///< returns what the station is answered
+  std::string_view answer; ///< when it is not refused
+  std::function<Answer()> run;
 };
 
 /// In the order in which they are asked.
@@ -28,9 +35,10 @@ std::string productionData();
 
 // Answers, besides the texts of refusals.
 
-constexpr std::string_view served = "served"; ///< a file
-constexpr std::string_view taken = "taken";   ///< a write
-constexpr std::string_view done = "done";     ///< what has no answer
+constexpr std::string_view served = "served";   ///< a file
+constexpr std::string_view taken = "taken";     ///< a write
+constexpr std::string_view done = "done";       ///< what has no answer
+constexpr std::string_view unheard = "unheard"; ///< a message that nobody has answered
 constexpr std::string_view withoutMessage = "refused without a message";
 constexpr std::string_view silence = "silence";
 
