@@ -17,8 +17,9 @@ enum EFlashRequest : unsigned long {
 
 constexpr int ftmSoftwareVersionSize = 32;
 
-struct ST_BOOTMODE_INFO {
+struct stBootmodeInfo {
   int bValid; ///< sent as 0
   std::uint16_t ux16Bootmode;
   std::uint16_t ux16FTMmode; ///< the low byte is the boot delay
 };
+using ST_BOOTMODE_INFO = stBootmodeInfo;

@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <string>
 
 namespace {
 constexpr int commandNotRun = 127; // the shell's own status for a command that could not be run
@@ -32,7 +33,7 @@ int board_socket(int domain, int type, int protocol) {
 }
 
 std::FILE* board_fopen(const char* path, const char* mode) {
-  return std::fopen(path, mode);
+  return std::fopen(path, (std::string(mode) + "e").c_str()); // no command inherits it
 }
 
 int board_unlink(const char* path) {

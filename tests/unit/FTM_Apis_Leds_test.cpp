@@ -2,7 +2,9 @@
 
 #include <array>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/gpioctrl.h"
 #include "simulator/drivers/gpio.h"
@@ -20,13 +22,33 @@ using testing::IsEmpty;
 
 namespace {
 
+std::vector<unsigned long> requests;             ///< to the driver, in order
+std::optional<led_gpio_readwrite> driversRecord; ///< what the driver makes of the record on entering test mode
+
+} // namespace
+
+// The linker puts this in front of the platform's function.
+extern "C" int __real_board_ioctl(int descriptor, unsigned long request, void* argument);
+extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument);
+extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument) {
+  requests.push_back(request);
+  const int result = __real_board_ioctl(descriptor, request, argument);
+  if (request == GPIOCTRL_ENTERFTM && driversRecord.has_value())
+    *static_cast<led_gpio_readwrite*>(argument) = *driversRecord;
+  return result;
+}
+
+namespace {
+
 class Leds : public BenchUnit {
 protected:
   Leds() {
     unFtmState.usWd = 0;
     FTM_ClrErrorTFTP();
+    requests.clear();
   }
   ~Leds() override {
+    driversRecord.reset();
     FTM_ExitCleanUp();
     destroy_xml_object(pstTestModeCfgElmt);
     pstTestModeCfgElmt = nullptr;
@@ -113,6 +135,20 @@ TEST_F(Leds, EveryWriteEntersTestModeAgain) {
   ledTest(8, 1);
   EXPECT_EQ(run([] { return ledTest(8, 0); }).lines,
             (std::vector{gpioRequest(GPIOCTRL_ENTERFTM, 8, 0), gpioRequest(GPIOCTRL_WRITEIO, 8, 0)}));
+}
+
+TEST_F(Leds, WhatIsWrittenDoesNotGoByARecordThatTheDriverChanged) {
+  driversRecord = {3, 0};
+  ledTest(100, 1);
+  EXPECT_THAT(requests, ElementsAre(GPIOCTRL_ENTERFTM, GPIOCTRL_ALLLEDS_ON));
+  requests.clear();
+  driversRecord = {3, 1};
+  ledTest(100, 0);
+  EXPECT_THAT(requests, ElementsAre(GPIOCTRL_ENTERFTM, GPIOCTRL_ALLLEDS_OFF));
+  requests.clear();
+  driversRecord = {100, 1};
+  ledTest(3, 1);
+  EXPECT_THAT(requests, ElementsAre(GPIOCTRL_ENTERFTM, GPIOCTRL_WRITEIO));
 }
 
 // Writing with a failing driver: nothing is tried after the failure.

@@ -274,6 +274,7 @@ TEST_F(ModemInfo, EitherUnreadableSoftwareTableKeepsAllDefaultsOfBoth) {
     unit().setFault(fault, true);
     EXPECT_THAT(filled({"SOFTWARE_VER", "SOFTWARE_DESC", "RELEASE_BUILD_VER", "FTM_SOFTWARE_VER", "INI_FILENAME"}),
                 ElementsAre("old", "old", "old", "old", "factory.ini"));
+    EXPECT_EQ(result, -1) << table;
     EXPECT_EQ(errors, std::string("error: failed to read table: ") + table + "\n");
     unit().setFault(fault, false);
   }
@@ -294,13 +295,33 @@ TEST_F(ModemInfo, UnreadableTransceiverTableKeepsItsDefaults) {
   EXPECT_EQ(shown("XCVR_DESC"), "None");
 }
 
-TEST_F(ModemInfo, EachUnreadableTableIsReportedAndTheOthersAreStillRead) {
-  for (const char* table : {"ProductionData", "ProductType", "ProductInfo", "Xcvr"})
+TEST_F(ModemInfo, EachUnreadableTableIsReportedAndFailsTheFilling) {
+  std::string expected;
+  for (const char* table : {"ProductionData", "AppSwInfo", "ProductType", "ProductInfo", "Xcvr"}) {
+    const std::string fault = std::string("table ") + table;
+    const std::string line = std::string("error: failed to read table: ") + table + "\n";
+    unit().setFault(fault, true);
+    filled({"MODEL_NUM"});
+    EXPECT_EQ(result, -1) << table;
+    EXPECT_EQ(errors, line);
+    unit().setFault(fault, false);
+    expected += line;
+  }
+  filled({"MODEL_NUM"});
+  EXPECT_EQ(result, 0);
+  for (const char* table : {"ProductionData", "AppSwInfo", "ProductType", "ProductInfo", "Xcvr"})
     unit().setFault(std::string("table ") + table, true);
   EXPECT_EQ(filled({"MODEL_NUM", "XCVR_VER"}), (std::vector<std::string>{"old", "old"}));
   EXPECT_EQ(result, -1);
-  EXPECT_EQ(errors, "error: failed to read table: ProductionData\nerror: failed to read table: ProductType\n"
-                    "error: failed to read table: ProductInfo\nerror: failed to read table: Xcvr\n");
+  EXPECT_EQ(errors, expected); // of all, in the order in which they are read
+}
+
+TEST_F(ModemInfo, FillingWithoutASessionFails) {
+  unit().setFault("session", true);
+  EXPECT_THAT(filled({"MODEL_NUM", "XCVR_VER"}), ElementsAre("old", "old"));
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(errors, "error: failed to start session\n");
+  EXPECT_THAT(storeCalls, ElementsAre("session 0"));
 }
 
 TEST_F(ModemInfo, UnreadableBootModeIsShownAllTheSame) {

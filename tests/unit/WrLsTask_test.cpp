@@ -1,5 +1,6 @@
 // The wireless test: the hand-over to the task, the commands that it runs, and the read-back.
 #include <gmock/gmock.h>
+#include <linux/sockios.h>
 #include <pthread.h>
 #include <sys/wait.h>
 
@@ -19,6 +20,7 @@
 #include "simulator/clock.h"
 #include "simulator/database.h"
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/store_calls.h"
 #include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
@@ -29,6 +31,7 @@
 namespace {
 
 std::function<void()> whileCommandStarts; // what else happens when the task starts a command
+std::function<void()> whileRadioIsAsked;  // and at each request to the radio
 std::deque<int> failedWaits;              // errors of the next waits for a command
 int waits;
 
@@ -38,6 +41,14 @@ extern "C" {
 
 pid_t __real_board_spawn(const char* path, char* const argv[], char* const envp[]);
 pid_t __real_board_waitpid(pid_t pid, int* status, int options);
+
+int __real_board_ioctl(int descriptor, unsigned long request, void* argument);
+
+int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument) {
+  if (request == SIOCDEVPRIVATE && whileRadioIsAsked)
+    whileRadioIsAsked();
+  return __real_board_ioctl(descriptor, request, argument);
+}
 
 pid_t __wrap_board_spawn(const char* path, char* const argv[], char* const envp[]) {
   if (whileCommandStarts)
@@ -79,11 +90,13 @@ protected:
     setenv("GATEWAY_UNIT", m_folder.c_str(), 1);
     gateway::clock::useManual();
     forgetRequest();
+    storeCalls.clear();
     set("ssid", "workbench");
     gateway::execute(unit().database(), "UPDATE radio SET hw_channel = 6, target_channel = 6, scan_channel = 6");
   }
   ~WirelessTest() override {
     whileCommandStarts = nullptr;
+    whileRadioIsAsked = nullptr;
     failedWaits.clear();
     destroy_xml_object(std::exchange(pstTestModeCfgElmt, nullptr));
     gateway::clock::useReal();
@@ -362,14 +375,24 @@ TEST_F(WirelessTest, ReadingsLongerThanTheirFieldsAreCut) {
   EXPECT_STREQ(stWlFtm.cChannelFtm, "-12");
 }
 
-TEST_F(WirelessTestDeathTest, WithoutASessionTheTaskEndsTheProcessWithACriticalLogLine) {
+TEST_F(WirelessTestDeathTest, WithoutASessionTheTaskEndsTheProcessWithACriticalLogLineAndTheMutexHeld) {
   parse("<SSID>bench</SSID>");
   unit().setFault("session", true);
   const auto end = [] {
-    std::atexit([] { std::fputs(journal("log").back().c_str(), stderr); });
+    std::atexit([] {
+      std::fputs(journal("log").back().c_str(), stderr);
+      std::fputs(pthread_mutex_trylock(&stWrLsFtm_Mutex) == EBUSY ? "held" : "free", stderr);
+    });
     WrLsTaskRound();
   };
-  EXPECT_EXIT(end(), testing::ExitedWithCode(255), "^crit FATAL: failed to start session\n$");
+  EXPECT_EXIT(end(), testing::ExitedWithCode(255), "^crit FATAL: failed to start session\nheld$");
+}
+
+TEST_F(WirelessTest, ARequestIsAppliedInASessionOfItsOwn) {
+  parse("<SSID>bench</SSID>");
+  EXPECT_THAT(storeCalls, IsEmpty());
+  round();
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "end"));
 }
 
 TEST_F(WirelessTest, WithoutARequestNoSessionIsNeeded) {
@@ -448,6 +471,43 @@ TEST_F(WirelessTest, ARadioThatCannotBeReadShowsWhatItLastReported) {
   EXPECT_EQ(FtmUpdateWireless(), 0);
   EXPECT_EQ(shown("SSID"), "later");
   EXPECT_EQ(shown("CHANNEL"), "6");
+}
+
+TEST_F(WirelessTest, WhatAnotherThreadReadMeanwhileIsKeptWhereAReadingFails) {
+  struct Case {
+    const char* fault;
+    std::vector<std::string> texts; ///< MAC address, SSID, channel and country
+  };
+  const Case cases[] = {
+      {"radio", {"meanwhile", "meanwhile", "11", "JP"}},
+      {"radio-request 23", {"meanwhile", "meanwhile", "11", "JP"}},
+      {"radio-request 25", {"02:1a:2b:0c:0d:ff", "meanwhile", "11", "JP"}},
+      {"radio-request 29", {"02:1a:2b:0c:0d:ff", "workbench", "11", "JP"}},
+      {"radio-request 83", {"02:1a:2b:0c:0d:ff", "workbench", "6", "JP"}},
+  };
+  set("mac", "02:1a:2b:0c:0d:ff");
+  set("country", "US");
+  whileRadioIsAsked = [] {
+    const MutexLock lock(stWlInfo_Mutex);
+    stWlInfo = {"meanwhile", {9, "meanwhile"}, {0, 11, 0}, "JP"};
+  };
+  for (const Case& refresh : cases) {
+    stWlInfo = {};
+    unit().setFault(refresh.fault, true);
+    EXPECT_EQ(FtmUpdateWireless(), 0);
+    unit().setFault(refresh.fault, false);
+    EXPECT_EQ((std::vector{shown("MAC_ADDR"), shown("SSID"), shown("CHANNEL"), shown("DOMAIN")}), refresh.texts)
+        << refresh.fault;
+    EXPECT_STREQ(stWlInfo.cDomain, "JP") << refresh.fault;
+  }
+  EXPECT_EQ(FtmUpdateWireless(), 0);
+  EXPECT_EQ(shown("DOMAIN"), "US");
+  EXPECT_STREQ(stWlInfo.cDomain, "US");
+}
+
+TEST_F(WirelessTest, TheRadioIsShownFromASessionOfItsOwn) {
+  EXPECT_EQ(FtmUpdateWireless(), 0);
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "end"));
 }
 
 TEST_F(WirelessTest, ARadioNeverReadShowsEmptyTexts) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "platform/adsldrv.h"
 #include "platform/bcmnet.h"
@@ -62,6 +63,7 @@ TEST(PlatformRecords, PointOfTheGpioDriverIsTwoWordsOf32Bits) {
 }
 
 TEST(PlatformRecords, BootModeIsAFlagAndTwoHalfWords) {
+  static_assert(std::is_same_v<ST_BOOTMODE_INFO, stBootmodeInfo>);
   const ST_BOOTMODE_INFO info{.bValid = 0, .ux16Bootmode = 0xFF09, .ux16FTMmode = 0x1234};
   EXPECT_EQ(bytes(info), stored<std::int32_t>(0) + stored<std::uint16_t>(0xFF09) + stored<std::uint16_t>(0x1234));
 }

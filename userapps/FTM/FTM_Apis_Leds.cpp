@@ -31,10 +31,10 @@ int switchAllLeds(const Descriptor& gpio, bool on) {
   return result;
 }
 
-int writePoint(const Descriptor& gpio, led_gpio_readwrite& point) {
-  const int result = static_cast<unsigned int>(point.iUserIOPoint) == allLedsPoint
-                         ? switchAllLeds(gpio, point.iData != 0)
-                         : board_ioctl(gpio.get(), GPIOCTRL_WRITEIO, &point);
+// What is written goes by what the caller asked for: the driver has had the record, and may have changed it.
+int writePoint(const Descriptor& gpio, unsigned int led, unsigned int setting, led_gpio_readwrite& point) {
+  const int result =
+      led == allLedsPoint ? switchAllLeds(gpio, setting != 0) : board_ioctl(gpio.get(), GPIOCTRL_WRITEIO, &point);
   if (result < 0) {
     FTM_ReportDevice("GPIOCTRL_WRITEIO ioctl failed");
     return -1;
@@ -61,7 +61,7 @@ int ledTest(unsigned int iLed, unsigned int iSetting) {
     return leaveTestMode(gpio, point);
   if (enterTestMode(gpio, point) != 0)
     return -1;
-  return writePoint(gpio, point);
+  return writePoint(gpio, iLed, iSetting, point);
 }
 
 int getLedState(unsigned int led) {

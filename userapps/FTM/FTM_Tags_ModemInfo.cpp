@@ -36,6 +36,7 @@ constexpr char modemInfoTemplate[] = "<?xml version=1.0 encoding=UTF-8?><MODEM_I
                                      "<BOOT_DELAY> 5 </BOOT_DELAY>"
                                      "<SEC> N/A </SEC>"
                                      "</MODEM_INFO>";
+static_assert(sizeof modemInfoTemplate == 664);
 
 constexpr const char* productionTable = "ProductionData";
 constexpr int dataRow = 0;
@@ -127,14 +128,15 @@ void fillChildren(const ST_XML_ELEMENT* info, const Pass& pass, Tables tables) {
 // Returns 0, or -1 with nothing filled when a table could not be read.
 int fillPass(void* session, const ST_XML_ELEMENT* info, const Pass& pass) {
   const TableSnapshot first(session, pass.table);
-  if (!isUsable(first, pass.table))
-    return -1;
+  const bool isFirstUsable = isUsable(first, pass.table);
   if (pass.secondTable == nullptr) {
+    if (!isFirstUsable)
+      return -1;
     fillChildren(info, pass, std::array{&first});
     return 0;
   }
-  const TableSnapshot second(session, pass.secondTable);
-  if (!isUsable(second, pass.secondTable))
+  const TableSnapshot second(session, pass.secondTable); // without the first too: each that is missing is reported
+  if (!isUsable(second, pass.secondTable) || !isFirstUsable)
     return -1;
   fillChildren(info, pass, std::array{&first, &second});
   return 0;

@@ -58,6 +58,7 @@ constexpr char testModeCfgTemplate[] = "<?xml version=1.0 encoding=UTF-8?><TEST_
                                        "     <ANSI_SCSI_REV> NA </ANSI_SCSI_REV>"
                                        "  </USB>"
                                        "</TEST_CONFIG>";
+static_assert(sizeof testModeCfgTemplate == 1220);
 
 constexpr int storeRange = 1;
 

@@ -130,30 +130,34 @@ void wl_reportMissing() {
   board_syslog(LOG_WARNING, "w1 driver adapter not found\n"); // a digit one, as the log has always had it
 }
 
-int WL_Info(ST_WL_INFO* pWI, void* pvSession) {
+E_WL_READ WL_Read(ST_WL_INFO* pWI, void* pvSession) {
   ifreq interface = findInterface(pvSession);
   if (!isFound(interface)) {
     wl_reportMissing();
-    return -1;
+    return eWL_NOTHING;
   }
   if (readMac(interface, pWI->cMacAddr) < 0)
-    return -1;
+    return eWL_NOTHING;
   if (readSsid(interface, pWI->stSSID) < 0) {
     std::puts("wl_get Fail stSSID!");
-    return -1;
+    return eWL_MAC;
   }
   char ssid[radioSsidTextSize];
   WL_SsidText(pWI->stSSID, ssid);
   std::printf("pWlInfo->stSSID.SSID = %s\n", ssid);
   if (readChannel(interface, pWI->stChnlInf) < 0) {
     std::puts("wl_get Fail stChnlInf!");
-    return -1;
+    return eWL_SSID;
   }
   if (readCountry(interface, pWI->cDomain) < 0) {
     std::puts("wl_get Fail cDomain!");
-    return -1;
+    return eWL_CHANNEL;
   }
-  return 0;
+  return eWL_COUNTRY;
+}
+
+int WL_Info(ST_WL_INFO* pWI, void* pvSession) {
+  return WL_Read(pWI, pvSession) == eWL_COUNTRY ? 0 : -1;
 }
 
 int WLinfo(void* pvSession, char* pcMacAddr) {

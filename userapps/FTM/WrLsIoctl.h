@@ -20,7 +20,12 @@ struct ST_WL_INFO {
   char cDomain[radioCountryTextSize]; ///< country code
 };
 
+/// How far a reading of the radio came: the last field that was read.
+enum E_WL_READ { eWL_NOTHING = 0, eWL_MAC = 1, eWL_SSID = 2, eWL_CHANNEL = 3, eWL_COUNTRY = 4 };
+
 /// Reads MAC address, SSID, channel and country, up to the first that fails; what was not read stays as it was.
+E_WL_READ WL_Read(ST_WL_INFO* pWI, void* pvSession);
+/// The same, for a caller that needs all of them.
 int WL_Info(ST_WL_INFO* pWI, void* pvSession);
 /// MAC address text alone, into `pcMacAddr` (radioMacTextSize bytes).
 int WLinfo(void* pvSession, char* pcMacAddr);

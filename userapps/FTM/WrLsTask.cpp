@@ -59,17 +59,25 @@ bool takeSetting(const ST_XML_ELEMENT* element) {
   return true;
 }
 
+// Takes over what was read, and nothing else: the other thread may have read the rest meanwhile. stWlInfo_Mutex held.
+void keepRead(const ST_WL_INFO& radio, E_WL_READ read) {
+  if (read >= eWL_MAC)
+    std::memcpy(stWlInfo.cMacAddr, radio.cMacAddr, sizeof stWlInfo.cMacAddr);
+  if (read >= eWL_SSID)
+    stWlInfo.stSSID = radio.stSSID;
+  if (read >= eWL_CHANNEL)
+    stWlInfo.stChnlInf = radio.stChnlInf;
+  if (read >= eWL_COUNTRY)
+    std::memcpy(stWlInfo.cDomain, radio.cDomain, sizeof stWlInfo.cDomain);
+}
+
 // What the radio reports now; what can't be read is what it last reported.
 ST_WL_INFO refreshedRadio(void* session) {
-  ST_WL_INFO radio;
-  {
-    const MutexLock lock(stWlInfo_Mutex);
-    radio = stWlInfo;
-  }
-  WL_Info(&radio, session);
+  ST_WL_INFO radio{};
+  const E_WL_READ read = WL_Read(&radio, session);
   const MutexLock lock(stWlInfo_Mutex);
-  stWlInfo = radio;
-  return radio;
+  keepRead(radio, read);
+  return stWlInfo;
 }
 
 void runWith(const char* command, const char* argument) {
