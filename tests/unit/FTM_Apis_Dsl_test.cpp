@@ -10,17 +10,29 @@
 
 #include "tests/unit/bench_unit.h"
 #include "tests/unit/device_lines.h"
+#include "tests/unit/store_calls.h"
 #include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
+#include "userapps/FTM/FTM_Handles.h"
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 
 namespace {
 
 int lostColumn = -1; ///< of a table that is read; the store then has no cells in it
 bool isFormattingFailing = false;
+
+/// Who reads a table, as the store is told.
+struct Reader {
+  std::string table;
+  std::string sourceFile;
+  std::string function;
+  int line;
+};
+std::vector<Reader> readers;
 
 } // namespace
 
@@ -32,6 +44,7 @@ int wrap_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, con
 
 int wrap_getTable(void* session, const char* table, ST_CFG_TABLE** snapshot, const char* sourceFile,
                   const char* function, int line) {
+  readers.push_back({table, sourceFile, function, line});
   const int result = real_getTable(session, table, snapshot, sourceFile, function, line);
   if (result == CFG_ERR_OK && lostColumn >= 0)
     for (int row = 1; row <= (*snapshot)->nRows; ++row)
@@ -71,6 +84,8 @@ protected:
     unit().setCell("ProductionData", 0, "MacAddr", "02:aa:bb:cc:dd:ee");
     setCircuits({{"nas0", "0", "35"}});
     useScriptsThatFail();
+    storeCalls.clear();
+    readers.clear();
   }
   ~Dsl() override { unsetenv("GATEWAY_TOOLS"); }
 
@@ -171,6 +186,19 @@ TEST_F(Dsl, ResyncWhoseStopIsRefusedFailsInTheStartThatLeavesTheStatusAlone) {
                                      errorLine("ADSLIOCTL_CONNECTION_START ioctl return failure")));
 }
 
+TEST_F(Dsl, ResyncWhoseStopIsRefusedReportsBothFailuresOfAStartThatCannotBeIssued) {
+  unit().setFault(adslRefusal(ADSLIOCTL_CONNECTION_STOP), true);
+  unit().setFault(adslFault(ADSLIOCTL_CONNECTION_START), true);
+  EXPECT_EQ(resync(), -1);
+  EXPECT_EQ(output, "ADSLIOCTL_CONNECTION_STOP ioctl return failure\nADSLIOCTL_CONNECTION_START ioctl failed\n"
+                    "ADSLIOCTL_CONNECTION_START ioctl return failure\n");
+  EXPECT_THAT(journal(), ElementsAre(adslRequest(ADSLIOCTL_CONNECTION_STOP, 1),
+                                     errorLine("ADSLIOCTL_CONNECTION_STOP ioctl return failure"),
+                                     adslRequest(ADSLIOCTL_CONNECTION_START, 1) + failed,
+                                     errorLine("ADSLIOCTL_CONNECTION_START ioctl failed"),
+                                     errorLine("ADSLIOCTL_CONNECTION_START ioctl return failure")));
+}
+
 TEST_F(Dsl, ResyncWhoseStartIsRefusedFails) {
   unit().setFault(adslRefusal(ADSLIOCTL_CONNECTION_START), true);
   EXPECT_EQ(resync(), -1);
@@ -187,6 +215,38 @@ TEST_F(Dsl, ResyncSetsNoErrorForTheStation) {
 
 TEST_F(Dsl, CircuitIsTheDataInterfacesRow) {
   EXPECT_EQ(circuit(), "1.0.35");
+}
+
+TEST_F(Dsl, CircuitIsReadInASessionOfItsOwn) {
+  EXPECT_EQ(circuit(), "1.0.35");
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "end"));
+  storeCalls.clear();
+  unit().setFault(noTable("VccStat"), true);
+  EXPECT_EQ(circuit(), "none");
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "end"));
+}
+
+TEST_F(Dsl, StoreIsToldWhoReads) {
+  EXPECT_EQ(change("8", "36"), 0);
+  ASSERT_EQ(readers.size(), 2U);
+  EXPECT_EQ(readers[0].table, "ProductionData");
+  EXPECT_EQ(readers[0].function, "readProductionMac");
+  EXPECT_EQ(readers[1].table, "VccStat");
+  EXPECT_EQ(readers[1].function, "FTM_GetCurrentVpiVci");
+  for (const Reader& reader : readers)
+    EXPECT_THAT(reader.sourceFile, EndsWith("userapps/FTM/FTM_Apis_Dsl.cpp"));
+  EXPECT_GT(readers[0].line, 0);
+  EXPECT_GT(readers[1].line, readers[0].line); // it stands further down
+}
+
+TEST_F(Dsl, StoreIsToldTheLineOfTheReadItself) {
+  const StoreSession session(CFG_ROLE_MODEM, nullptr);
+  const int line = __LINE__ + 1;
+  const TableSnapshot circuits(session.get(), "VccStat");
+  ASSERT_EQ(readers.size(), 1U);
+  EXPECT_EQ(readers[0].line, line);
+  EXPECT_THAT(readers[0].sourceFile, EndsWith("FTM_Apis_Dsl_test.cpp"));
+  EXPECT_EQ(readers[0].function, __func__);
 }
 
 TEST_F(Dsl, CircuitIsTheFirstRowOfExactlyThatInterface) {
@@ -249,6 +309,11 @@ TEST_F(Dsl, ChangeDeletesTheCircuitAndMakesTheNewOneWithTheUnitsAddress) {
   EXPECT_EQ(recordedMessage(), "");
   EXPECT_THAT(journal("command"),
               ElementsAre("/etc/init.d/DelOrgVpiVci.sh 1.0.35", "/etc/init.d/NewVpiVci.sh 1.8.36 02:aa:bb:cc:dd:ee"));
+}
+
+TEST_F(Dsl, ChangeReadsTheAddressAndTheCircuitInOneSessionAfterTheOther) {
+  EXPECT_EQ(change("8", "36"), 0);
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "end", "session 0", "end"));
 }
 
 TEST_F(Dsl, ChangeWithoutACircuitOnlyMakesTheNewOne) {

@@ -10,6 +10,7 @@
 
 #include "simulator/database.h"
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/store_calls.h"
 #include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
@@ -37,6 +38,7 @@ protected:
     std::memset(cSpeed, 0, sizeof cSpeed);
     for (int row = 0; row < 5; ++row)
       setPort(row, "down", "0");
+    storeCalls.clear();
   }
   ~EthernetPorts() override { destroy_xml_object(std::exchange(pstTestModeCfgElmt, nullptr)); }
 
@@ -127,6 +129,15 @@ TEST_F(EthernetPorts, WithoutASpeedTheLastSwitchPortThatIsUpGivesIt) {
   setPort(1, "up", "10");
   setPort(3, "up", "100");
   EXPECT_EQ(portSpeed(), "100");
+}
+
+TEST_F(EthernetPorts, TheSwitchIsReadInASessionOfItsOwn) {
+  EXPECT_EQ(portSpeed(), "none");
+  EXPECT_THAT(storeCalls, testing::ElementsAre("session 0", "end"));
+  storeCalls.clear();
+  unit().setFault(switchFault, true);
+  EXPECT_EQ(portSpeed(), "none");
+  EXPECT_THAT(storeCalls, testing::ElementsAre("session 0", "end"));
 }
 
 TEST_F(EthernetPorts, AFailedSpeedRequestFallsBackToTheSwitch) {

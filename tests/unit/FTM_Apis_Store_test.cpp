@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,7 @@ int wrap_freeTable(ST_CFG_TABLE* snapshot) asm("__wrap_cfg_freeTable");
 
 int wrap_freeTable(ST_CFG_TABLE* snapshot) {
   released.push_back(snapshot);
+  storeCalls.emplace_back("free");
   return real_freeTable(snapshot);
 }
 
@@ -79,6 +81,22 @@ TEST_F(Store, ATableThatWasReadIsReleasedOnce) {
   EXPECT_THAT(released, ElementsAre(table));
 }
 
+TEST_F(Store, ATableThatWasReadIsReleasedBeforeItsSessionEnds) {
+  EXPECT_EQ(run([] {
+              char circuit[circuitTextSize];
+              return FTM_GetCurrentVpiVci(circuit) != nullptr;
+            }),
+            true);
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "free", "end"));
+  storeCalls.clear();
+  EXPECT_EQ(run([] {
+              char speed[switchSpeedSize];
+              return FtmGetSwitchSpeed(speed);
+            }),
+            0);
+  EXPECT_THAT(storeCalls, ElementsAre("session 0", "free", "end"));
+}
+
 TEST_F(Store, ATableThatCannotBeReadIsNotReleased) {
   const StoreSession session(CFG_ROLE_MODEM, nullptr);
   { const TableSnapshot none(session.get(), "NoSuchTable"); }
@@ -117,6 +135,16 @@ TEST(TestFlags, EveryTestHasItsBitInTheWord) {
     set(flags.stbF);
     EXPECT_EQ(flags.usWd, mask);
   }
+}
+
+// Results of the store.
+
+TEST(StoreResults, AreNumberedInTheirOrder) {
+  const std::vector<int> results = {CFG_ERR_OK,       CFG_ERR_AGAIN, CFG_ERR_EMPTY,    CFG_ERR_BLOCK,
+                                    CFG_ERR_EOF,      CFG_ERR_MEM,   CFG_ERR_COMM,     CFG_ERR_CMD,
+                                    CFG_ERR_EXPECTED, CFG_ERR_MSG,   CFG_ERR_INTERNAL, CFG_ERR_TIMEOUT,
+                                    CFG_ERR_SIZE,     CFG_ERR_PARMS, CFG_ERR_RANGE,    CFG_ERR_OTHER};
+  EXPECT_THAT(results, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
 }
 
 // Writing a cell in a session of its own.
@@ -375,6 +403,104 @@ TEST(ConfigurationRecord, TransceiverTextsAreFixed) {
   EXPECT_STREQ(XCVR_Description(), "XCVR Description");
 }
 
+namespace {
+
+struct Field {
+  std::size_t offset;
+  std::size_t size;
+  std::size_t alignment;
+};
+#define FIELD(record, name)                                                                                            \
+  Field {                                                                                                              \
+    offsetof(record, name), sizeof(record::name), alignof(decltype(record::name))                                      \
+  }
+
+// The fields of the records, in the gateway's order.
+const Field factoryFields[] = {FIELD(FACTORY_CONFIG_TABLE, macAddr),        FIELD(FACTORY_CONFIG_TABLE, modelNum),
+                               FIELD(FACTORY_CONFIG_TABLE, serialNum),      FIELD(FACTORY_CONFIG_TABLE, wanInterface),
+                               FIELD(FACTORY_CONFIG_TABLE, modemMode),      FIELD(FACTORY_CONFIG_TABLE, date),
+                               FIELD(FACTORY_CONFIG_TABLE, revision),       FIELD(FACTORY_CONFIG_TABLE, e_164),
+                               FIELD(FACTORY_CONFIG_TABLE, aucFileNameINI), FIELD(FACTORY_CONFIG_TABLE, aucVersionINI),
+                               FIELD(FACTORY_CONFIG_TABLE, crcChecksum)};
+const Field bootFields[] = {FIELD(BOOT_CONFIG_TABLE, softwareVersion), FIELD(BOOT_CONFIG_TABLE, softwareModel),
+                            FIELD(BOOT_CONFIG_TABLE, description)};
+const Field modelFields[] = {FIELD(M77ModelNumber, assigned), FIELD(M77ModelNumber, overrideFlag)};
+const Field modemFields[] = {FIELD(modem_config, modemCfgVer),
+                             FIELD(modem_config, factoryTable),
+                             FIELD(modem_config, bootCfg),
+                             FIELD(modem_config, admin_id),
+                             FIELD(modem_config, admin_pw),
+                             FIELD(modem_config, MaxPppIdSize),
+                             FIELD(modem_config, MaxPppPwSize),
+                             FIELD(modem_config, web_id_flag),
+                             FIELD(modem_config, web_id),
+                             FIELD(modem_config, web_pw),
+                             FIELD(modem_config, MaxWebIdSize),
+                             FIELD(modem_config, MaxWebPwSize),
+                             FIELD(modem_config, wanDName),
+                             FIELD(modem_config, if_index),
+                             FIELD(modem_config, telnet_port),
+                             FIELD(modem_config, maxWanConnects),
+                             FIELD(modem_config, enabledProtocols),
+                             FIELD(modem_config, enableRFC1577),
+                             FIELD(modem_config, enableAtmOamF4),
+                             FIELD(modem_config, enableAtmOamF5),
+                             FIELD(modem_config, enableAtmLoopback),
+                             FIELD(modem_config, enableDNS),
+                             FIELD(modem_config, enableHTTP),
+                             FIELD(modem_config, enablePPPoA),
+                             FIELD(modem_config, enableDHCP),
+                             FIELD(modem_config, enableNAT),
+                             FIELD(modem_config, enableBcastFilter),
+                             FIELD(modem_config, enableMcastFilter),
+                             FIELD(modem_config, enableVCtoVCBridge),
+                             FIELD(modem_config, enableSpanTree),
+                             FIELD(modem_config, enablePortSwitch),
+                             FIELD(modem_config, enablePPPoEVCAutoDetect),
+                             FIELD(modem_config, enableConnectOnFirstSync),
+                             FIELD(modem_config, enableRetryOnFirstSync),
+                             FIELD(modem_config, enableAutoUserNameAppend),
+                             FIELD(modem_config, enableEthernetWan),
+                             FIELD(modem_config, autoDetectPortString),
+                             FIELD(modem_config, sarQosPriorityMode),
+                             FIELD(modem_config, enableVOIP),
+                             FIELD(modem_config, initWelcomeWizard),
+                             FIELD(modem_config, initVCWizard),
+                             FIELD(modem_config, initDoneWizard),
+                             FIELD(modem_config, initWPWizard),
+                             FIELD(modem_config, enableUPNP),
+                             FIELD(modem_config, disableDevice),
+                             FIELD(modem_config, ModelNum),
+                             FIELD(modem_config, localWebPort),
+                             FIELD(modem_config, enableUpLink),
+                             FIELD(modem_config, ppp_failover_enable),
+                             FIELD(modem_config, iBtPppAuthTimeoutSec),
+                             FIELD(modem_config, iLcpDownCountMax),
+                             FIELD(modem_config, remote_access_hidden),
+                             FIELD(modem_config, iWebFeatureControl),
+                             FIELD(modem_config, checksum)};
+
+/// Whether a record of this size holds these fields in this order, and nothing but them.
+testing::AssertionResult areTheFieldsOf(std::size_t size, std::size_t alignment, std::span<const Field> fields) {
+  const auto aligned = [](std::size_t offset, std::size_t to) { return (offset + to - 1) / to * to; };
+  std::size_t end = 0;
+  for (std::size_t index = 0; index < fields.size(); ++index) {
+    if (fields[index].offset != aligned(end, fields[index].alignment))
+      return testing::AssertionFailure() << "field " << index << " stands at " << fields[index].offset;
+    end = fields[index].offset + fields[index].size;
+  }
+  return aligned(end, alignment) == size ? testing::AssertionSuccess() : testing::AssertionFailure() << "size " << size;
+}
+
+} // namespace
+
+TEST(ConfigurationRecord, HasItsFieldsInTheGatewaysOrder) {
+  EXPECT_TRUE(areTheFieldsOf(sizeof(FACTORY_CONFIG_TABLE), alignof(FACTORY_CONFIG_TABLE), factoryFields));
+  EXPECT_TRUE(areTheFieldsOf(sizeof(BOOT_CONFIG_TABLE), alignof(BOOT_CONFIG_TABLE), bootFields));
+  EXPECT_TRUE(areTheFieldsOf(sizeof(M77ModelNumber), alignof(M77ModelNumber), modelFields));
+  EXPECT_TRUE(areTheFieldsOf(sizeof(MODEM_CONFIG_TABLE), alignof(MODEM_CONFIG_TABLE), modemFields));
+}
+
 TEST(ConfigurationRecord, HasTheLayoutThatTheGatewayDeclares) {
   EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::macAddr), 6U);
   EXPECT_EQ(sizeof(FACTORY_CONFIG_TABLE::modelNum), 16U);
@@ -395,6 +521,4 @@ TEST(ConfigurationRecord, HasTheLayoutThatTheGatewayDeclares) {
   EXPECT_EQ(sizeof(modem_config::wanDName), 255U);
   EXPECT_EQ(sizeof(modem_config::autoDetectPortString), 201U);
   EXPECT_EQ(sizeof(modem_config::iWebFeatureControl), 4 * sizeof(int));
-  EXPECT_LT(offsetof(modem_config, enableEthernetWan), offsetof(modem_config, autoDetectPortString));
-  EXPECT_LT(offsetof(modem_config, iWebFeatureControl), offsetof(modem_config, checksum));
 }

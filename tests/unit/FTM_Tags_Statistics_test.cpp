@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/unit/bench_unit.h"
+#include "tests/unit/store_calls.h"
 #include "tests/unit/virtual_files.h"
 #include "userapps/FTM/FTM_Apis.h"
 #include "userapps/FTM/FTM_App.h"
@@ -33,6 +34,20 @@ namespace {
 
 constexpr const char* sessionFault = "session";
 
+// A filler and the element that it fills.
+struct SectionFiller {
+  const char* section;
+  int (*fill)(ST_XML_ELEMENT*);
+};
+constexpr SectionFiller sectionFillers[] = {
+    {"ETHERNET", XMLS_initEtherStatCatCM},
+    {"ATM", [](ST_XML_ELEMENT* atm) { return XMLS_initAtmStatCatCM(1, atm); }},
+    {"DSL", XMLS_initDslStatCM},
+    {"FLASH", XMLS_GetFlashErrCM},
+    {"BCOM_WIRELESS", XMLS_Get_Wl0_StatCM},
+    {"DSL", [](ST_XML_ELEMENT* element) { return XMLS_SetAttrValueCM(element, 1); }},
+};
+
 std::string tableFault(std::string_view table) {
   return "table " + std::string(table);
 }
@@ -51,6 +66,7 @@ protected:
   StatisticsFiles() {
     forgetFiles();
     FTM_ClrErrorTFTP();
+    storeCalls.clear();
     FtmClear4PortStat();
     unFtmState.usWd = 0;
   }
@@ -468,17 +484,45 @@ TEST_F(StatisticsFiles, SectionsAreReadInTheirOrder) {
                                                         "FlashErr\n" + start + "NetDev\n"); // the radio's counters
 }
 
-TEST_F(StatisticsFiles, FillersReportAnUnreadableTable) {
+TEST_F(StatisticsFiles, FillersReportThatThereIsNoSession) {
   fillEverything();
   pstFTMStatElmt = CreateFtmStatisticsXml();
-  ST_XML_ELEMENT* section = GetElement(pstFTMStatElmt, "FTM_STATS");
+  unit().setFault(sessionFault, true);
+  for (const SectionFiller& filler : sectionFillers) {
+    FTM_FlgErrorTFTP(7, szInLed, 0); // for another to take its place
+    storeCalls.clear();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(filler.fill(GetElement(GetElement(pstFTMStatElmt, "FTM_STATS"), filler.section)), -1) << filler.section;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: failed to start session\n") << filler.section;
+    EXPECT_EQ(recordedMessage(), "Fail to Create Xml File") << filler.section;
+    EXPECT_THAT(storeCalls, testing::ElementsAre("session 0")) << filler.section;
+  }
+}
+
+TEST_F(StatisticsFiles, EachFillerReadsInASessionOfItsOwn) {
+  fillEverything();
+  pstFTMStatElmt = CreateFtmStatisticsXml();
+  for (const SectionFiller& filler : sectionFillers) {
+    storeCalls.clear();
+    EXPECT_EQ(filler.fill(GetElement(GetElement(pstFTMStatElmt, "FTM_STATS"), filler.section)), 0) << filler.section;
+    EXPECT_THAT(storeCalls, testing::ElementsAre("session 0", "end")) << filler.section;
+  }
+  storeCalls.clear();
+  readStatistics();
+  EXPECT_THAT(storeCalls, testing::ElementsAre("session 0", "end", "session 0", "end", "session 0", "end", "session 0",
+                                               "end", "session 0", "end"));
+}
+
+TEST_F(StatisticsFiles, FillersReportAnUnreadableTableAndEndTheirSessions) {
+  fillEverything();
+  pstFTMStatElmt = CreateFtmStatisticsXml();
   for (const char* table : {"NetDev", "BcmAtm", "Xcvr", "FlashErr"})
     unit().setFault(tableFault(table), true);
-  EXPECT_EQ(XMLS_initEtherStatCatCM(GetElement(section, "ETHERNET")), -1);
-  EXPECT_EQ(XMLS_initAtmStatCatCM(1, GetElement(section, "ATM")), -1);
-  EXPECT_EQ(XMLS_initDslStatCM(GetElement(section, "DSL")), -1);
-  EXPECT_EQ(XMLS_GetFlashErrCM(GetElement(section, "FLASH")), -1);
-  EXPECT_EQ(XMLS_Get_Wl0_StatCM(GetElement(section, "BCOM_WIRELESS")), -1);
+  for (const SectionFiller& filler : sectionFillers) {
+    storeCalls.clear();
+    EXPECT_EQ(filler.fill(GetElement(GetElement(pstFTMStatElmt, "FTM_STATS"), filler.section)), -1) << filler.section;
+    EXPECT_THAT(storeCalls, testing::ElementsAre("session 0", "end")) << filler.section;
+  }
 }
 
 TEST_F(StatisticsFiles, UnreadableStationsSayReadFailAndGiveTheStoresOwnResult) {
@@ -593,6 +637,11 @@ TEST_F(FourPortFile, PortsShowTheFirstFourRows) {
     EXPECT_EQ(port(number, "ETH_DISCARD_IN"), "Not Support");
     EXPECT_EQ(port(number, "ETH_DISCARD_OUT"), "Not Support");
   }
+}
+
+TEST_F(FourPortFile, IsReadInOneSession) {
+  ASSERT_EQ(read(), 0);
+  EXPECT_THAT(storeCalls, testing::ElementsAre("session 0", "end"));
 }
 
 TEST_F(FourPortFile, AModelWith6204AnywhereShiftsThePortsByOneRow) {
