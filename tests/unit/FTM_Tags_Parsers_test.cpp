@@ -274,6 +274,7 @@ TEST_F(Parsers, SingleLedWithoutItsElementInTheTreeFindsNoCommand) {
   removeFromTree("LED", "SINGLE_LED");
   EXPECT_EQ(singleLed("8", "ON"), (Outcome{-1, "No Command Found", {}}));
   EXPECT_EQ(slot, 0);
+  EXPECT_EQ(unFtmState.usWd, ledTestMask);
 }
 
 TEST_F(Parsers, SingleLedThatFailsEndsItsSection) {

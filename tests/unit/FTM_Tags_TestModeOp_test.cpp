@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/unit/bench_unit.h"
@@ -12,8 +14,11 @@
 #include "userapps/FTM/FTM_App.h"
 #include "userapps/FTM/FTM_Tags.h"
 
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -21,6 +26,7 @@ namespace {
 auto& released = *new std::vector<const void*>;
 bool isParsedListEmptied = false;
 std::vector<int> resetSwitchTestAtIoctl; ///< whether that test was on at each request to a driver
+std::vector<std::uint16_t> flagsAtIoctl; ///< the active tests then
 
 } // namespace
 
@@ -36,6 +42,7 @@ extern "C" int __real_board_ioctl(int descriptor, unsigned long request, void* a
 extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument);
 extern "C" int __wrap_board_ioctl(int descriptor, unsigned long request, void* argument) {
   resetSwitchTestAtIoctl.push_back(getFtmResetSwTest());
+  flagsAtIoctl.push_back(unFtmState.usWd);
   return __real_board_ioctl(descriptor, request, argument);
 }
 
@@ -60,6 +67,7 @@ protected:
   OperationFile() {
     unFtmState.usWd = 0;
     bResetSwTest = 0;
+    flagsAtIoctl.clear();
     FTM_ClrErrorTFTP();
   }
   ~OperationFile() override {
@@ -155,6 +163,19 @@ TEST_F(OperationFile, EnterResetSwitchPutsTheDriverIntoTestModeWithAnEmptyRecord
   EXPECT_THAT(journal(), ElementsAre(gpioRequest(GPIOCTRL_ENTERFTM, 0, 0)));
 }
 
+TEST_F(OperationFile, EnterSetsTheFlagBeforeItsAction) {
+  const std::pair<const char*, std::uint16_t> tests[] = {
+      {"<LED/>", ledTestMask},
+      {"<RESET_SWITCH/>", resetSwitchTestMask},
+      {"<VOIP><CUT_RELAY_1>Enable</CUT_RELAY_1></VOIP>", voiceTestMask}};
+  for (const auto& [test, mask] : tests) {
+    unFtmState.usWd = 0;
+    flagsAtIoctl.clear();
+    EXPECT_EQ(put(enter(test)), 0) << test;
+    EXPECT_THAT(flagsAtIoctl, AllOf(Not(IsEmpty()), Each(mask))) << test;
+  }
+}
+
 TEST_F(OperationFile, EnterAutoPairAndWirelessOnlySetTheirFlags) {
   EXPECT_EQ(put(enter("<AUTO_PAIR/>")), 0);
   EXPECT_EQ(put(enter("<BCOM_WIRELESS/>")), 0);
@@ -182,6 +203,23 @@ TEST_F(OperationFile, EnterThroughputWithReadyStatusFallsThroughToNoCommandAndKe
 
 TEST_F(OperationFile, EnterThroughputWithReadyStatusBesideExitTestEndsAllTests) {
   EXPECT_EQ(put(enter("<THROUGHPUT><READY_STATUS>READY</READY_STATUS></THROUGHPUT>") + "<EXIT_TEST/>"), 0);
+  EXPECT_EQ(unFtmState.usWd, 0);
+}
+
+TEST_F(OperationFile, EnterVoipWhoseLastChildFailsFallsThroughToNoCommandAndKeepsTheFlag) {
+  for (const char* children : {"<RING_VOLTAGE_1>25v</RING_VOLTAGE_1>", "<HOOK_1>on</HOOK_1>",
+                               "<CUT_RELAY_1>Enable</CUT_RELAY_1><RING_VOLTAGE_1>25v</RING_VOLTAGE_1>"}) {
+    unFtmState.usWd = 0;
+    EXPECT_EQ(put(enter(std::string("<VOIP>") + children + "</VOIP>")), -1) << children;
+    EXPECT_EQ(recordedMessage(), "No Command Found") << children;
+    EXPECT_EQ(unFtmState.usWd, voiceTestMask) << children;
+  }
+}
+
+TEST_F(OperationFile, EnterVoipThatFailsBesideExitTestEndsAllTests) {
+  unFtmState.usWd = wirelessTestMask;
+  EXPECT_EQ(put(enter("<VOIP><HOOK_1>on</HOOK_1></VOIP>") + "<EXIT_TEST/>"), 0);
+  EXPECT_EQ(recordedMessage(), "");
   EXPECT_EQ(unFtmState.usWd, 0);
 }
 
@@ -301,6 +339,7 @@ TEST_F(OperationFile, ExitEndsLedAndResetSwitchInOrderAndClearsEveryFlag) {
   resetSwitchTestAtIoctl.clear();
   EXPECT_EQ(put("<EXIT_TEST/>"), 0);
   EXPECT_THAT(resetSwitchTestAtIoctl, ElementsAre(1)); // when the LED test ended
+  EXPECT_THAT(flagsAtIoctl, ElementsAre(0xFFFF));      // they go when all tests have ended
   EXPECT_EQ(unFtmState.usWd, 0);
   EXPECT_EQ(getFtmResetSwTest(), 0);
   EXPECT_THAT(journal(), ElementsAre(gpioRequest(GPIOCTRL_EXITFTM, 100, 99)));

@@ -34,7 +34,7 @@ unit_test(xml_parser_test)
 unit_test(xml_serializer_test)
 
 unit_test(xml_tree_test)
-wrap(xml_tree_test malloc calloc realloc board_syslog)
+wrap(xml_tree_test malloc calloc realloc free board_syslog)
 
 unit_test(gateway_clock_test)
 unit_test(platform_records_test)

@@ -28,6 +28,14 @@ struct Memory {
 };
 Memory memory;
 
+// What has been freed since it was last emptied, in order, as far as there is room. Not a vector, which would free
+// memory itself.
+struct Freed {
+  std::array<const void*, 32> blocks{};
+  std::size_t count = 0;
+};
+Freed freed;
+
 bool fails() {
   return ++memory.allocations == memory.failing;
 }
@@ -41,6 +49,8 @@ void* __real_calloc(std::size_t, std::size_t);
 void* __wrap_calloc(std::size_t, std::size_t);
 void* __real_realloc(void*, std::size_t);
 void* __wrap_realloc(void*, std::size_t);
+void __real_free(void*);
+void __wrap_free(void*);
 void __wrap_board_syslog(int, const char*, ...) __attribute__((format(printf, 2, 3)));
 
 void* __wrap_malloc(std::size_t size) {
@@ -56,6 +66,12 @@ void* __wrap_realloc(void* block, std::size_t size) {
     return nullptr;
   memory.reallocatedTo.push_back(size);
   return __real_realloc(block, size);
+}
+
+void __wrap_free(void* block) {
+  if (block != nullptr && freed.count < freed.blocks.size())
+    freed.blocks[freed.count++] = block;
+  __real_free(block);
 }
 
 void __wrap_board_syslog(int priority, const char* format, ...) {
@@ -170,6 +186,36 @@ TEST(XmlElement, LeavesTheElementsAloneWithoutContent) {
 
 TEST(XmlElement, MayBeDestroyedWhenNull) {
   destroy_xml_object(nullptr);
+}
+
+TEST(XmlElement, IsDestroyedPartByPart) {
+  ST_XML_ELEMENT* const element =
+      create_sub_xml_element("A", 1, 0, "a=1 b=2", WritableText("<B c=3>t</B><C/>").get(), "text");
+  const ST_XML_ELEMENT& b = *element->m_elements[0];
+  const ST_XML_ELEMENT& c = *element->m_elements[1];
+  const std::vector<const void*> parts = {element->m_tag,
+                                          element->m_text,
+                                          element->m_attrnames[0],
+                                          element->m_attrnames[1],
+                                          element->m_attrnames,
+                                          element->m_attrvalues[0],
+                                          element->m_attrvalues[1],
+                                          element->m_attrvalues,
+                                          b.m_tag,
+                                          b.m_text,
+                                          b.m_attrnames[0],
+                                          b.m_attrnames,
+                                          b.m_attrvalues[0],
+                                          b.m_attrvalues,
+                                          &b,
+                                          c.m_tag,
+                                          &c,
+                                          element->m_elements,
+                                          element};
+  freed.count = 0;
+  destroy_xml_object(element);
+  const std::size_t count = freed.count;
+  EXPECT_EQ(std::vector(freed.blocks.begin(), freed.blocks.begin() + static_cast<std::ptrdiff_t>(count)), parts);
 }
 
 // Attributes
