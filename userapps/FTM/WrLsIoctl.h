@@ -21,7 +21,7 @@ struct ST_WL_INFO {
 };
 
 /// How far a reading of the radio came: the last field that was read.
-enum E_WL_READ { eWL_NOTHING = 0, eWL_MAC = 1, eWL_SSID = 2, eWL_CHANNEL = 3, eWL_COUNTRY = 4 };
+enum E_WL_READ { eWL_NOTHING, eWL_MAC, eWL_SSID, eWL_CHANNEL, eWL_COUNTRY };
 
 /// Reads MAC address, SSID, channel and country, up to the first that fails; what was not read stays as it was.
 E_WL_READ WL_Read(ST_WL_INFO* pWI, void* pvSession);
