@@ -17,7 +17,7 @@ function(unit_test name)
   endif()
   if(CMAKE_CROSSCOMPILING) # under an emulator the start of a program takes longer than its tests
     add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 900)
+    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 300)
   else()
     gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST PROPERTIES LABELS ${label} TIMEOUT 120)
   endif()
