@@ -112,8 +112,8 @@ constexpr char fourPortTemplate[] =
 constexpr char progressTemplate[] =
     "<?xml version=1.0 encoding=UTF-8?><DOWNLOAD_STATUS> DONE </DOWNLOAD_STATUS>";
 // clang-format on
-static_assert(std::string_view(statisticsTemplate).size() == 1914 && sizeof fourPortTemplate == 900 &&
-              sizeof progressTemplate == 76);
+static_assert(sizeof statisticsTemplate == 1915 && sizeof fourPortTemplate == 900 && sizeof progressTemplate == 76);
+static_assert(std::string_view(statisticsTemplate).size() + 1 == sizeof statisticsTemplate); // its size is declared
 
 ST_XML_ELEMENT* treeFrom(std::string_view xmlTemplate) {
   std::string document(xmlTemplate); // parsed in place
