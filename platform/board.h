@@ -46,7 +46,8 @@ pid_t board_waitpid(pid_t pid, int* status, int options);
 /// kill(2).
 int board_kill(pid_t pid, int signal);
 
-/// usleep(3). Returns 0.
+/// usleep(3), for what the service does at intervals, and for pauses that the gateway needs. It goes through this seam
+/// so that a clock that is moved by hand passes it at once. Returns 0.
 int board_usleep(useconds_t microseconds);
 
 /// clock_gettime(2) of CLOCK_MONOTONIC. Returns 0.

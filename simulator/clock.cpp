@@ -121,6 +121,7 @@ void at(std::int64_t ms, std::function<void()> event) {
 
 using namespace gateway::clock;
 
+// The service's own pauses. A test moves the clock by hand: then nobody sleeps, the time goes on and its events happen.
 int board_usleep(useconds_t microseconds) {
   if (isManual) {
     sleepUntil(nowNs() + microseconds * nsPerUs);

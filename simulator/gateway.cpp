@@ -128,7 +128,7 @@ template <class Condition>
 void waitUntil(const Options& options, Condition condition) {
   const auto limit = steady_clock::now() + std::chrono::duration<double>(options.timeout);
   std::unique_ptr<Unit> unit;
-  for (;; std::this_thread::sleep_for(pollTime)) {
+  for (;; std::this_thread::sleep_for(pollTime)) { // between two looks
     if (unit == nullptr && Unit::exists(options.unit))
       unit = Unit::open(options.unit);
     if (unit != nullptr && condition(*unit))

@@ -23,7 +23,7 @@
 
 using namespace gateway;
 
-// The linker's names. NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's option --wrap makes these names.
 extern "C" {
 ssize_t __real_recvfrom(int socket, void* buffer, size_t size, int flags, sockaddr* sender, socklen_t* senderLength);
 ssize_t __real_sendto(int socket, const void* buffer, size_t length, int flags, const sockaddr* receiver,
@@ -32,7 +32,7 @@ ssize_t __wrap_recvfrom(int socket, void* buffer, size_t size, int flags, sockad
 ssize_t __wrap_sendto(int socket, const void* buffer, size_t length, int flags, const sockaddr* receiver,
                       socklen_t receiverLength);
 }
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier): the end of the linker's names.
 
 namespace {
 
@@ -233,7 +233,7 @@ ssize_t receive(int socket, int flags, const Destination& destination) {
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier): as above, the linker makes these names.
 
 ssize_t __wrap_recvfrom(int socket, void* buffer, size_t size, int flags, sockaddr* sender, socklen_t* senderLength) {
   wire(); // opened before the first datagram has to wait for it
@@ -259,4 +259,4 @@ ssize_t __wrap_sendto(int socket, const void* buffer, size_t length, int flags, 
   return result;
 }
 
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier): the end of the linker's names.

@@ -61,6 +61,7 @@ int board_kill(pid_t pid, int signal) {
   return kill(pid, signal);
 }
 
+// The gateway's clock is the real one.
 int board_usleep(useconds_t microseconds) {
   return usleep(microseconds);
 }

@@ -157,7 +157,7 @@ WRAP(int, board_cond_timedwait, (pthread_cond_t * condition, pthread_mutex_t* mu
               [&] { return real_board_cond_timedwait(condition, mutex, deadline); });
 }
 
-// The same for a sleep.
+// The same for a sleep. None takes time: the clock is moved by hand.
 WRAP(int, board_usleep, (useconds_t microseconds)) {
   return call("board_usleep", nullptr, -1, [&] { return real_board_usleep(microseconds); });
 }

@@ -141,7 +141,7 @@ Answer doing() {
   return {.text = std::string(done), .file = {}};
 }
 
-/// Nobody asks for anything: the line trains.
+/// Nobody asks for anything: the line trains. This moves the clock by a minute and takes no time.
 Answer pause() {
   board_usleep(60'000'000);
   return {.text = std::string(done), .file = {}};

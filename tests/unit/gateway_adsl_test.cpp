@@ -53,6 +53,7 @@ protected:
   int request(unsigned long number) { return board_ioctl(m_descriptor, number, &status) < 0 ? -errno : 0; }
 
   static LineState line() { return gateway::lineState(unit().database()); }
+  /// Moves the clock, which is in the test's hands: nobody sleeps.
   static void wait(std::int64_t ms) { board_usleep(static_cast<useconds_t>(ms * 1000)); }
 
   /// State of the transceiver as a session of the store reads it.

@@ -14,6 +14,7 @@ using testing::IsEmpty;
 
 namespace {
 
+/// The clock that a test moves by hand: board_usleep() is what moves it, and no test here sleeps.
 class GatewayClock : public testing::Test {
 protected:
   GatewayClock() { gateway::clock::useManual(); }
